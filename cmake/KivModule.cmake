@@ -1,0 +1,8 @@
+# kiv_add_module(NAME SOURCE...): builds NAME.kve64, an external module that kiv loads by the name
+# of its class. The executable that loads it supplies the interface; nothing is linked.
+function(kiv_add_module name)
+    add_library(${name} MODULE ${ARGN})
+    target_link_libraries(${name} PRIVATE Kiv::headers)
+    set_target_properties(${name} PROPERTIES PREFIX "" SUFFIX ".kve64"
+        C_VISIBILITY_PRESET hidden CXX_VISIBILITY_PRESET hidden)
+endfunction()

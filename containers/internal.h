@@ -1,0 +1,37 @@
+// Hooks between containers/ and the rest of the runtime that no module may see.
+#pragma once
+
+#include <kiv/atomarray.h>
+#include <kiv/binbuf.h>
+#include <kiv/dictionary.h>
+#include <kiv/hashtab.h>
+#include <kiv/linklist.h>
+#include <kiv/string.h>
+
+#include "sched/internal.h"
+
+namespace kiv {
+
+// Registers the container classes. The list, table and entry classes exist before any of their
+// methods is added, because adding a method stores into a table.
+void containers_start() noexcept;
+
+// A list without a lock, for owners that have one of their own.
+Linklist *linklist_new_unlocked() noexcept;
+Linklist *linklist_new_with_readonly(int32_t readonly) noexcept;
+int32_t linklist_append_if_absent(Linklist *list, void *item) noexcept;
+
+// Deepest nesting of containers that any recursive walk follows; beyond it an error is posted.
+inline constexpr int32_t max_nesting = 1000;
+
+// The text of a dictionary as a JSON document, as the writer lays it out. False on no memory.
+bool json_from_dictionary(const Dictionary *dictionary, Text &out);
+
+// Evaluates atoms by the rules of the second evaluator (arrays that are not message buffers).
+void *atoms_eval(int32_t count, const Atom *atoms, int32_t argc, Atom *argv,
+                 void *receiver) noexcept;
+// Replaces "marker + digit" ("#1", "$2", "#0-x") in atoms by arguments; argument 0 is argv[0].
+void atoms_substitute(int32_t count, Atom *atoms, char marker, int32_t argc,
+                      const Atom *argv) noexcept;
+
+}  // namespace kiv

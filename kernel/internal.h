@@ -1,0 +1,137 @@
+// Hooks between kernel/ and the rest of the runtime that no module may see.
+#pragma once
+
+#include <kiv/class.h>
+#include <kiv/hashtab.h>
+#include <kiv/object.h>
+#include <kiv/symbol.h>
+
+#include "platform/platform.h"
+
+namespace kiv {
+
+// --- Start-up, in this order ---------------------------------------------------------------------
+
+void symbols_start() noexcept;     // predefined names, then the common-symbols table
+void classes_start() noexcept;     // method objects, the class registry
+void objects_start() noexcept;     // the object registry
+void attributes_start() noexcept;  // the attribute classes
+void inlets_start() noexcept;      // the proxy class and its thread slots
+
+// --- The class record ----------------------------------------------------------------------------
+
+enum ClassFlag : uint32_t {
+    ClassBox = 1,                   // registered in "box"
+    ClassBoxDictionary = 4,         // a box class made from its box dictionary
+    ClassNoMethodList = 8,          // methods go to the method index only
+    ClassUi = 16,                   // its name typed into an object box becomes a box of its own
+    ClassTakesLists = 0x20,         // lists go to its "list" method, never spread over inlets
+    ClassContainer = 0x100,         // a kernel container
+    ClassNoAttrMessages = 0x10000,  // unknown selectors are not tried as attributes
+    ClassParameter = 0x40000,       // takes part in the parameter system
+    ClassOwnMethods = 0x100000,     // instances carry their own methods
+    ClassUsesProxies = 0x400000     // set by the first proxy of an instance
+};
+
+}  // namespace kiv
+
+// Global, as its name is in the public headers. Fields in the order of the record.
+struct Class {
+    Symbol *name;
+    void *reserved;
+    Method free_function;
+    int32_t instance_size;
+    int16_t lightweight;  // non-zero: instances have no outlet and inlet fields
+    Symbol *second_name;
+    MethodRecord constructor;
+    Method menu_function;
+    uint32_t flags;
+    int32_t method_count;       // with the header entry and the terminator
+    MethodRecord *method_list;  // header entry first; grows while the class is built
+    Hashtab *attributes;        // null until the first class_addattr
+    Hashtab *extra;             // class_extra_store and what rests on it
+    Hashtab *method_index;      // set by class_register
+    Class *super;
+    Symbol *name_space;    // of its registration, or null
+    int32_t obex_offset;   // > 0: field of the instance; 0: kernel-wide table; < 0: none
+    void *attr_get;        // method "attr_get", cached: null not looked up, all ones none
+    void *attr_gettarget;  // likewise
+    Symbol *file_name;     // file that defines it, or null
+    int16_t path;
+};
+
+namespace kiv {
+
+// --- The validity test ---------------------------------------------------------------------------
+
+// The test before any object pointer that came from outside is trusted.
+inline bool object_valid(const void *x) noexcept {
+    return x != nullptr && (reinterpret_cast<uintptr_t>(x) & 7) == 0 && platform::readable_32(x) &&
+           static_cast<const Object *>(x)->magic == KIV_OBJECT_MAGIC;
+}
+// The class of a live object.
+inline Class *class_of(const void *x) noexcept {
+    return reinterpret_cast<Class *>((static_cast<const Object *>(x)->methods - 1)->selector);
+}
+// The typed look-up that dispatch and outlets share: null when nothing answers `selector`
+// (attributes, "obj:" names and "anything" included). No report.
+const MethodRecord *typed_method(Object *x, Symbol *selector) noexcept;
+// Calls a method found by typed_method with converted arguments, reporting what does not fit.
+void *typed_call(Object *x, const MethodRecord *method, Symbol *selector, int32_t argc,
+                 Atom *argv) noexcept;
+
+// --- Event context -------------------------------------------------------------------------------
+
+// On whose behalf the calling thread runs: a stack of owners, pushed around clocks, deferred calls
+// and loadbang.
+struct EventContext {
+    void *owner;
+    Symbol *kind;  // null, or "loadbang"
+    EventContext *outer;
+};
+EventContext *event_context() noexcept;  // the innermost, or null
+void event_context_push(EventContext *context) noexcept;
+void event_context_pop() noexcept;
+
+// --- Hooks that higher floors register -----------------------------------------------------------
+
+struct KernelHooks {
+    // Cancels the clocks of an object that is being freed (flag bits of its extension tell whether
+    // it has any). Registered by the scheduler.
+    void (*cancel_clocks)(Object *x);
+    // Frees the scheduler an object owns. Registered by the scheduler.
+    void (*free_scheduler)(Object *x);
+    // Loads the module that defines a class; true when one was loaded. Registered by patcher/.
+    bool (*load_class_module)(Symbol *name_space, Symbol *name);
+    // Names that are never searched for as files. Registered by patcher/.
+    bool (*maker_knows)(Symbol *name);
+    // The top-level patcher of an object, for the overflow state. Registered by patcher/.
+    Object *(*patcher_of)(Object *x);
+};
+KernelHooks &kernel_hooks() noexcept;
+
+// --- The extension record ------------------------------------------------------------------------
+
+// Flag bits of an object's extension record.
+enum ObexFlag : uint32_t {
+    ObexSelfNotify = 1,
+    ObexAttached = 4,
+    ObexHasClocks = 16,
+    ObexHasDeferred = 32
+};
+uint32_t obex_flags(const Object *x) noexcept;  // 0 without a record
+void obex_flags_set(Object *x, uint32_t bits) noexcept;
+// The box that holds an object, or null; set when the box takes the object.
+Object *object_box(const Object *x) noexcept;
+void object_box_set(Object *x, Object *box) noexcept;
+
+// --- Kernel utilities ----------------------------------------------------------------------------
+
+uint32_t kernel_random() noexcept;  // uniform; any thread
+bool verbose_get() noexcept;        // the kernel's verbose switch
+void verbose_set(bool on) noexcept;
+// Gives a released unique name ("u" and nine digits) back to symbol_unique.
+void symbol_unique_release(Symbol *name) noexcept;
+int64_t symbols_count_dynamic() noexcept;
+
+}  // namespace kiv

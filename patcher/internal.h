@@ -1,0 +1,18 @@
+// Hooks between patcher/ and the rest of the runtime that no module may see.
+#pragma once
+
+#include <kiv/jpatcher.h>
+
+namespace kiv {
+
+// Registers the patcher, box and cord classes, binds the object maker to "#N", and registers this
+// folder's hooks with the kernel and the console.
+void patcher_start() noexcept;
+// Maps a class name to the file that defines it ("objectfile").
+void nametab_add(Symbol *class_name, Symbol *file_name) noexcept;
+// Writes a patcher in document form, as the message "write" does; 0, or the system's error code.
+int32_t patcher_save(Object *patcher, const char *file_name, int16_t path) noexcept;
+// Takes every patcher out of the overflow state (the console message was cleared).
+void patcher_clear_overflow() noexcept;
+
+}  // namespace kiv

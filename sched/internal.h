@@ -1,0 +1,112 @@
+// Hooks between sched/ and the rest of the runtime that no module may see.
+#pragma once
+
+#include <kiv/clock.h>
+#include <kiv/critical.h>
+#include <kiv/scheduler.h>
+#include <kiv/sysmem.h>
+#include <kiv/systhread.h>
+
+#include <cstddef>
+#include <map>
+#include <new>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace kiv {
+
+// --- Memory (memory.cpp) -------------------------------------------------------------------------
+
+// Lets the n-th allocation from now fail once (1 = the next one); 0 switches this off. Tests only.
+void memory_fail_at(int64_t n) noexcept;
+// Blocks handed out and not yet freed. Tests compare it before and after.
+int64_t memory_live_blocks() noexcept;
+
+// Standard containers take their memory from sysmem_newptr through this allocator, so that one
+// hook sees every allocation. A failed allocation throws std::bad_alloc inside; interface
+// functions catch it and answer with their failure value.
+template <class T>
+struct SysAllocator {
+    using value_type = T;
+    SysAllocator() noexcept = default;
+    template <class U>
+    SysAllocator(const SysAllocator<U> &) noexcept {}
+    T *allocate(size_t n) {
+        if (void *block = sysmem_newptr(static_cast<int64_t>(n * sizeof(T)))) {
+            return static_cast<T *>(block);
+        }
+        throw std::bad_alloc();
+    }
+    void deallocate(T *block, size_t) noexcept { sysmem_freeptr(block); }
+    bool operator==(const SysAllocator &) const noexcept { return true; }
+};
+template <class T>
+using Vector = std::vector<T, SysAllocator<T>>;
+using Text = std::basic_string<char, std::char_traits<char>, SysAllocator<char>>;
+template <class K, class V, class Less = std::less<K>>
+using Map = std::map<K, V, Less, SysAllocator<std::pair<const K, V>>>;
+
+// --- Locks and threads (locks.cpp, threads.cpp) --------------------------------------------------
+
+// Holds a critical region (null or all ones: the global one) for a scope.
+class Guard {
+  public:
+    explicit Guard(CriticalRef region) noexcept : region_(region) { critical_enter(region_); }
+    ~Guard() { critical_exit(region_); }
+    Guard(const Guard &) = delete;
+    Guard &operator=(const Guard &) = delete;
+
+  private:
+    CriticalRef region_;
+};
+inline const CriticalRef global_region = nullptr;
+
+// Start-up calls it first of all, on the thread that is to be the main thread.
+void threads_start() noexcept;
+// Called at the end of every thread made by systhread_create; the outlets register it to free the
+// thread's send state.
+void set_thread_end_hook(void (*hook)()) noexcept;
+// Runs the quit tasks, newest first. The host calls it once, when it ends.
+void quittasks_run() noexcept;
+
+// --- Scheduler (scheduler.cpp) -------------------------------------------------------------------
+
+void scheduler_start() noexcept;
+// Stops the timer; every later pass drops the queue.
+void scheduler_shutdown() noexcept;
+Scheduler *scheduler_global() noexcept;
+// Starts and stops the periodic system timer; the host's main loop owns it.
+void system_timer_start() noexcept;
+void system_timer_stop() noexcept;
+void overdrive_set(bool on) noexcept;
+bool overdrive_get() noexcept;
+
+// Tuning, with the ranges of the application messages: false when the value is out of range.
+bool slop_set(double ms) noexcept;
+bool interval_set(double ms) noexcept;
+bool sysqelem_throttle_set(int64_t value) noexcept;
+
+// One pass of the global scheduler at the present time. Main thread, when not in overdrive.
+void scheduler_poll() noexcept;
+// Sort time of the earliest waiting clock of the global scheduler; false when none waits.
+bool next_clock_time(double *time) noexcept;
+
+// Offline time: the time base stands still but for time_advance_to, which the host calls with the
+// time of the next clock once the queues are empty.
+void time_offline_begin() noexcept;
+void time_advance_to(double time) noexcept;
+double time_now() noexcept;  // ms since the start time
+
+// --- Deferred execution (defer.cpp) --------------------------------------------------------------
+
+void deferred_start() noexcept;
+// One pass of each main-thread queue; true when another pass is wanted.
+bool main_queues_pass() noexcept;
+bool main_queues_empty() noexcept;
+// The main thread sleeps in main_wait until main_wake (any thread, also a signal handler's thread)
+// or until the time has passed; a negative time waits without limit.
+void main_wake() noexcept;
+void main_wait(double ms) noexcept;
+
+}  // namespace kiv

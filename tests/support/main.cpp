@@ -1,0 +1,51 @@
+// Starts the runtime once for a test program, records what it posts, then runs the tests.
+#include "support/console.h"
+
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "console/internal.h"
+#include "kernel/startup.h"
+#include "sched/internal.h"
+
+namespace kiv::test {
+
+namespace {
+
+std::vector<Posted> &recorded() {
+    static std::vector<Posted> entries;
+    return entries;
+}
+
+void record(const ConsoleEntry *entry, void *) {
+    recorded().push_back({entry->kind, entry->text, entry->source,
+                          entry->origin.class_name ? entry->origin.class_name->name : "",
+                          entry->origin.box_id ? entry->origin.box_id->name : ""});
+}
+
+}  // namespace
+
+std::vector<Posted> take_posts() {
+    console_drain();
+    return std::exchange(recorded(), {});
+}
+
+std::vector<std::string> take_texts() {
+    std::vector<std::string> texts;
+    for (const Posted &posted : take_posts()) {
+        texts.push_back(posted.text);
+    }
+    return texts;
+}
+
+}  // namespace kiv::test
+
+int main(int argc, char **argv) {
+    testing::InitGoogleTest(&argc, argv);
+    kiv::startup();
+    kiv::console_set_display(kiv::test::record, nullptr);
+    const int result = RUN_ALL_TESTS();
+    kiv::shutdown();
+    return result;
+}
