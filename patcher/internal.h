@@ -12,6 +12,12 @@ void patcher_start() noexcept;
 void nametab_add(Symbol *class_name, Symbol *file_name) noexcept;
 // Writes a patcher in document form, as the message "write" does; 0, or the system's error code.
 int32_t patcher_save(Object *patcher, const char *file_name, int16_t path) noexcept;
+// Loads a document given by its path in the file system, with the folder it is in as the default
+// path, and delivers loadbang. Null when it cannot be loaded, after saying why; *result (may be
+// null) is then the system's error code, or -1 for a file that is no patcher document.
+Object *document_load(const char *file_path, int32_t *result) noexcept;
+// The same for text (a document from standard input).
+Object *document_load_text(const char *text, int64_t length) noexcept;
 // Takes every patcher out of the overflow state (the console message was cleared).
 void patcher_clear_overflow() noexcept;
 
