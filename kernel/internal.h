@@ -22,6 +22,7 @@ void inlets_start() noexcept;      // the proxy class and its thread slots
 
 enum ClassFlag : uint32_t {
     ClassBox = 1,                   // registered in "box"
+    ClassNoInlet = 2,               // its leftmost inlet is not shown (class_noinlet)
     ClassBoxDictionary = 4,         // a box class made from its box dictionary
     ClassNoMethodList = 8,          // methods go to the method index only
     ClassUi = 16,                   // its name typed into an object box becomes a box of its own
@@ -58,6 +59,9 @@ struct Class {
     void *attr_gettarget;  // likewise
     Symbol *file_name;     // file that defines it, or null
     int16_t path;
+    int32_t method_capacity;  // entries that method_list has room for
+    int32_t instantiated;     // once set, a method list that is outgrown is kept, not freed
+    int64_t users;            // live instances and derived classes; changed atomically
 };
 
 namespace kiv {
@@ -76,9 +80,26 @@ inline Class *class_of(const void *x) noexcept {
 // The typed look-up that dispatch and outlets share: null when nothing answers `selector`
 // (attributes, "obj:" names and "anything" included). No report.
 const MethodRecord *typed_method(Object *x, Symbol *selector) noexcept;
-// Calls a method found by typed_method with converted arguments, reporting what does not fit.
+// Calls a method found by typed_method with converted arguments, reporting what does not fit. The
+// receiver may be gone when it returns.
 void *typed_call(Object *x, const MethodRecord *method, Symbol *selector, int32_t argc,
                  Atom *argv) noexcept;
+// The look-up of a class alone, of any argument types: no attributes, no "anything". Null when the
+// class has no such method.
+const MethodRecord *class_find_method(const Class *c, const Symbol *selector) noexcept;
+// The same in the class of `x`, or in its own methods when it carries them.
+const MethodRecord *object_find_method(const Object *x, const Symbol *selector) noexcept;
+
+// What the attributes give to dispatch. attribute_message: the built-in method (type 8, its
+// selector null) that sets or gets an attribute when `selector` is such a message and the user may
+// send it, else null. attribute_direct: answers a direct call that no method answers by calling the
+// getter or setter of the attribute with the object, the attribute's name and the words; false when
+// `selector` names no attribute of `x`.
+const MethodRecord *attribute_message(Object *x, Symbol *selector) noexcept;
+bool attribute_direct(Object *x, Symbol *selector, void *const words[8], void **result) noexcept;
+// Gives a new attribute or method object its own copy of every attribute the class keeps as sticky
+// under `category` ("sticky_attr", "sticky_method").
+void class_sticky_apply(Class *c, Symbol *category, void *target) noexcept;
 
 // --- Event context -------------------------------------------------------------------------------
 
@@ -117,10 +138,11 @@ enum ObexFlag : uint32_t {
     ObexSelfNotify = 1,
     ObexAttached = 4,
     ObexHasClocks = 16,
-    ObexHasDeferred = 32
+    ObexHasDeferred = 32,
+    ObexSubscribes = 64  // waits for names, or has done so
 };
-uint32_t obex_flags(const Object *x) noexcept;  // 0 without a record
-void obex_flags_set(Object *x, uint32_t bits) noexcept;
+uint32_t obex_flags(const Object *x) noexcept;           // 0 without a record
+void obex_flags_set(Object *x, uint32_t bits) noexcept;  // adds bits, making the record
 // The box that holds an object, or null; set when the box takes the object.
 Object *object_box(const Object *x) noexcept;
 void object_box_set(Object *x, Object *box) noexcept;
