@@ -67,6 +67,8 @@ void threads_start() noexcept;
 // Called at the end of every thread made by systhread_create; the outlets register it to free the
 // thread's send state.
 void set_thread_end_hook(void (*hook)()) noexcept;
+// Marks the calling thread as the timer's, for systhread_istimerthread.
+void timer_thread_mark() noexcept;
 // Runs the quit tasks, newest first. The host calls it once, when it ends.
 void quittasks_run() noexcept;
 
@@ -76,6 +78,8 @@ void scheduler_start() noexcept;
 // Stops the timer; every later pass drops the queue.
 void scheduler_shutdown() noexcept;
 Scheduler *scheduler_global() noexcept;
+// The lock that a pass holds and under which connections change.
+CriticalRef scheduler_run_lock(Scheduler *scheduler) noexcept;
 // Starts and stops the periodic system timer; the host's main loop owns it.
 void system_timer_start() noexcept;
 void system_timer_stop() noexcept;
@@ -101,8 +105,9 @@ double time_now() noexcept;  // ms since the start time
 // --- Deferred execution (defer.cpp) --------------------------------------------------------------
 
 void deferred_start() noexcept;
-// One pass of each main-thread queue; true when another pass is wanted.
-bool main_queues_pass() noexcept;
+// One pass of each main-thread queue. The result says when the next one is wanted: in so many ms,
+// 0 at once, negative when nothing waits.
+double main_queues_pass() noexcept;
 bool main_queues_empty() noexcept;
 // The main thread sleeps in main_wait until main_wake (any thread, also a signal handler's thread)
 // or until the time has passed; a negative time waits without limit.

@@ -93,7 +93,7 @@ typedef struct Outlet Outlet;
 typedef struct Inlet Inlet;
 
 /* A function of any signature; cast to it where a method or callback is handed over. */
-typedef void *(*Method)(void);
+typedef void (*Method)(void);
 
 /* An entry of a class's method list. */
 typedef struct MethodRecord {
@@ -133,5 +133,15 @@ enum {
              KIV_WORD(p6), KIV_WORD(p7), KIV_WORD(p8))
 
 KIV_END
+
+#ifdef __cplusplus
+namespace kiv {
+/* A function of any signature as a Method. */
+template <class Result, class... Arguments>
+Method method(Result (*function)(Arguments...)) {
+    return reinterpret_cast<Method>(function);
+}
+} /* namespace kiv */
+#endif
 
 #endif

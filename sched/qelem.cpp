@@ -1,0 +1,325 @@
+// Queue elements and the main thread's three queues.
+//
+// Invariant: a linked element has its set flag; an element with the flag that is not linked is
+// about to be linked by the thread that raised the flag. Raising it is one atomic exchange, so
+// setting an element that is set already takes no lock, and the run that follows sees what the
+// setter wrote.
+//
+// Thread safety: all queues change under one lock, which is never held while an element's function
+// runs. Walk protocol of a pass: the head is unlinked and its owner and function copied before the
+// call; afterwards the element is not touched, since its function may have freed it. Freeing an
+// element waits for its function when that runs on the main thread and the caller is another one.
+#include "sched/qelem.h"
+
+#include <algorithm>
+#include <cmath>
+#include <thread>
+
+#include "platform/platform.h"
+
+namespace kiv {
+
+namespace {
+
+constexpr double system_pass_interval_ms = 33.333333;
+
+struct State {
+    platform::CriticalSection lock;
+    Queue low;
+    Queue idle;
+    Queue system;
+    platform::Event wake{false};
+    std::atomic<bool> wake_pending{false};
+    std::atomic<Qelem *> running{nullptr};
+    double last_system_pass = -1e9;
+    Class *element_class = nullptr;
+    Class *system_class = nullptr;
+};
+State &state() {
+    static State instance;
+    return instance;
+}
+
+thread_local bool in_queue = false;
+
+class Locked {
+  public:
+    Locked() { state().lock.enter(); }
+    ~Locked() { state().lock.exit(); }
+    Locked(const Locked &) = delete;
+    Locked &operator=(const Locked &) = delete;
+};
+
+void unlink(Qelem *element) {
+    Queue &queue = *element->queue;
+    (element->previous ? element->previous->next : queue.head) = element->next;
+    (element->next ? element->next->previous : queue.tail) = element->previous;
+    element->next = element->previous = nullptr;
+    element->queue = nullptr;
+}
+
+void link_tail(Queue &queue, Qelem *element) {
+    element->previous = queue.tail;
+    (queue.tail ? queue.tail->next : queue.head) = element;
+    queue.tail = element;
+    element->queue = &queue;
+}
+
+void link_head(Queue &queue, Qelem *element) {
+    element->next = queue.head;
+    (queue.head ? queue.head->previous : queue.tail) = element;
+    queue.head = element;
+    element->queue = &queue;
+}
+
+void wait_run(const Qelem *element) {
+    if (!systhread_ismainthread()) {
+        while (state().running.load(std::memory_order_acquire) == element) {
+            std::this_thread::yield();
+        }
+    }
+}
+
+void element_free(Qelem *element) {
+    queue_remove(element);
+    wait_run(element);
+}
+
+Qelem *element_make(Class *c, void *owner, Method function) {
+    auto *element = static_cast<Qelem *>(object_alloc(c));
+    if (element) {
+        element->owner = owner;
+        element->function = function;
+    }
+    return element;
+}
+
+void *system_new(Symbol *, int32_t argc, Atom *argv) {
+    void *const owner = argc > 0 ? atom_getobj(argv) : nullptr;
+    void *const function = argc > 1 ? atom_getobj(argv + 1) : nullptr;
+    return element_make(state().system_class, owner, reinterpret_cast<Method>(function));
+}
+
+void system_set(Qelem *element) {
+    queue_append(state().system, element);
+}
+
+Class *make_class(const char *name, Method constructor) {
+    Class *const c = class_new(name, constructor, method(element_free),
+                               static_cast<int32_t>(sizeof(Qelem)), nullptr, TypeGimme, 0);
+    class_obexoffset_set(c, -1);
+    class_addmethod(c, method(qelem_owner_set), "setowner", TypeCant, 0);
+    return c;
+}
+
+// Elements now waiting, counted no further than `most`.
+uint32_t waiting(Queue &queue, uint32_t most) {
+    const Locked locked;
+    uint32_t n = 0;
+    for (const Qelem *element = queue.head; element && n < most; element = element->next) {
+        ++n;
+    }
+    return n;
+}
+
+void run_elements(Queue &queue, uint32_t count) {
+    for (; count > 0; --count) {
+        state().lock.enter();
+        Qelem *const element = queue.head;
+        if (!element) {
+            state().lock.exit();
+            return;
+        }
+        unlink(element);
+        element->set.exchange(0, std::memory_order_acq_rel);
+        void *const owner = element->owner;
+        const Method function = element->function;
+        EventContext context{element->owner_object ? element->owner_object : owner, nullptr,
+                             nullptr};
+        Qelem *const outer = state().running.exchange(element, std::memory_order_release);
+        state().lock.exit();
+        event_context_push(&context);
+        reinterpret_cast<void (*)(void *)>(function)(owner);
+        event_context_pop();
+        state().running.store(outer, std::memory_order_release);
+    }
+}
+
+double system_pass_delay() {
+    return time_is_offline() ? 0.0
+                             : std::max(0.0, system_pass_interval_ms -
+                                                 std::fabs(time_now() - state().last_system_pass));
+}
+
+bool empty(Queue &queue) {
+    const Locked locked;
+    return queue.head == nullptr;
+}
+
+}  // namespace
+
+void deferred_start() noexcept {
+    state().element_class = make_class("qelem", nullptr);
+    class_register("nobox"_sym, state().element_class);
+    state().system_class = make_class("sysqelem", method(system_new));
+    class_addmethod(state().system_class, method(system_set), "set", TypeCant, 0);
+    class_register("nobox"_sym, state().system_class);
+    "qelem_setowner"_sym->thing = reinterpret_cast<void *>(qelem_owner_set);
+}
+
+void qelem_owner_set(Qelem *element, Object *owner) noexcept {
+    if (element) {
+        element->owner_object = owner;
+    }
+}
+
+void queue_append(Queue &queue, Qelem *element) noexcept {
+    if (element->set.exchange(1, std::memory_order_acq_rel)) {
+        return;
+    }
+    bool was_empty = false;
+    {
+        const Locked locked;
+        if (element->queue || !element->set.load(std::memory_order_relaxed)) {
+            return;  // another thread linked it, or withdrew the request
+        }
+        was_empty = queue.head == nullptr;
+        link_tail(queue, element);
+    }
+    if (was_empty) {
+        main_wake();
+    }
+}
+
+void queue_front(Queue &queue, Qelem *element) noexcept {
+    bool was_empty = false;
+    {
+        const Locked locked;
+        was_empty = queue.head == nullptr;
+        element->set.store(1, std::memory_order_release);
+        if (element->queue) {
+            unlink(element);
+        }
+        link_head(queue, element);
+    }
+    if (was_empty) {
+        main_wake();
+    }
+}
+
+void queue_remove(Qelem *element) noexcept {
+    const Locked locked;
+    element->set.store(0, std::memory_order_release);
+    if (element->queue) {
+        unlink(element);
+    }
+}
+
+void queue_visit(Queue &queue, void (*visit)(Qelem *element, void *argument),
+                 void *argument) noexcept {
+    const Locked locked;
+    for (Qelem *element = queue.head; element; element = element->next) {
+        visit(element, argument);
+    }
+}
+
+Queue &low_queue() noexcept {
+    return state().low;
+}
+
+Queue &system_queue() noexcept {
+    return state().system;
+}
+
+double main_queues_pass() noexcept {
+    const bool outer = in_queue;
+    in_queue = true;
+    run_elements(state().low, waiting(state().low, queue_throttle()));
+    in_queue = outer;
+    if (!empty(state().system) && system_pass_delay() <= 0.0) {
+        state().last_system_pass = time_now();
+        run_elements(state().system, waiting(state().system, sysqelem_throttle()));
+    }
+    sched_idledequeue();
+    if (!empty(state().low)) {
+        return 0.0;
+    }
+    return empty(state().system) ? -1.0 : system_pass_delay();
+}
+
+bool main_queues_empty() noexcept {
+    return empty(state().low) && empty(state().system);
+}
+
+void main_wake() noexcept {
+    if (!state().wake_pending.exchange(true)) {
+        state().wake.set();
+    }
+}
+
+void main_wait(double ms) noexcept {
+    const uint32_t timeout =
+        ms < 0.0 ? platform::wait_forever : static_cast<uint32_t>(std::min(std::ceil(ms), 1e9));
+    state().wake.wait(timeout);
+    state().wake_pending.store(false);
+}
+
+}  // namespace kiv
+
+using namespace kiv;
+
+Qelem *qelem_new(void *owner, Method function) noexcept {
+    return element_make(state().element_class, owner, function);
+}
+
+void qelem_free(Qelem *element) noexcept {
+    object_free(element);
+}
+
+void qelem_set(Qelem *element) noexcept {
+    if (element) {
+        queue_append(state().low, element);
+    }
+}
+
+void qelem_front(Qelem *element) noexcept {
+    if (element) {
+        queue_front(state().low, element);
+    }
+}
+
+void qelem_unset(Qelem *element) noexcept {
+    if (element) {
+        queue_remove(element);
+    }
+}
+
+void qelem_idleset(Qelem *element) noexcept {
+    if (element) {
+        queue_append(state().idle, element);
+    }
+}
+
+void qelem_idlefront(Qelem *element) noexcept {
+    if (element) {
+        queue_front(state().idle, element);
+    }
+}
+
+void qelem_idleunset(Qelem *element) noexcept {
+    qelem_unset(element);
+}
+
+void qelem_idlefree(Qelem *element) noexcept {
+    object_free(element);
+}
+
+int32_t sched_isinqueue() noexcept {
+    return in_queue ? 1 : 0;
+}
+
+// The number run is counted on the low-priority queue: an idle pass beside an empty one runs
+// nothing.
+void sched_idledequeue() noexcept {
+    run_elements(state().idle, waiting(state().low, queue_throttle()));
+}

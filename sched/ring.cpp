@@ -1,0 +1,166 @@
+// Rings between one writer thread and one reader thread, and the scheduled queues built on them.
+//
+// Each side's counter advances by 2 per element and is odd while that side copies. The writer alone
+// changes `written`, the reader alone `taken`; each reads the other's with acquire, so a slot's
+// bytes are complete before the other side sees the counter move past it.
+#include <atomic>
+#include <bit>
+#include <cstring>
+
+#include "sched/qelem.h"
+
+struct LockfreeQueue {
+    std::atomic<uint32_t> written;
+    std::atomic<uint32_t> taken;
+    uint32_t capacity;        // elements, a power of two
+    uint32_t twice_capacity;  // the distance at which the ring is full
+    uint32_t element_size;    // bytes from slot to slot, a power of two
+    char *storage;
+    // Private from here on.
+    uint32_t copied_size;  // bytes of an element that are copied
+};
+
+struct ScheduleQueue {
+    Object ob;
+    void *owner;
+    void (*function)(void *owner, int64_t value);
+    Clock *clock;
+    LockfreeQueue *ring;
+};
+
+namespace kiv {
+
+namespace {
+
+constexpr uint32_t scheduled_values = 32;
+constexpr uint32_t largest_ring = 1u << 30;  // bytes, and elements
+
+char *slot(LockfreeQueue *queue, uint32_t counter) {
+    return queue->storage + size_t{(counter / 2) & (queue->capacity - 1)} * queue->element_size;
+}
+
+// Deliberately, a value found after a full drain's worth is dropped, not kept.
+void drain(ScheduleQueue *queue) {
+    int64_t value = 0;
+    for (uint32_t delivered = 0; lockfreequeue_pop(queue->ring, &value) == 0; ++delivered) {
+        if (delivered == scheduled_values) {
+            return;
+        }
+        queue->function(queue->owner, value);
+    }
+}
+
+void schedule_queue_free(ScheduleQueue *queue) {
+    object_free(queue->clock);
+    lockfreequeue_free(queue->ring);
+}
+
+Class *schedule_queue_class() {
+    static Class *const c = [] {
+        Class *made = class_new("schedule_queue", nullptr, method(schedule_queue_free),
+                                static_cast<int32_t>(sizeof(ScheduleQueue)), nullptr, 0);
+        class_obexoffset_set(made, -1);
+        class_register("nobox"_sym, made);
+        return made;
+    }();
+    return c;
+}
+
+}  // namespace
+
+}  // namespace kiv
+
+using namespace kiv;
+
+LockfreeQueue *lockfreequeue_new(uint32_t count, uint32_t element_size) noexcept {
+    if (count == 0 || element_size == 0 || count > largest_ring || element_size > largest_ring) {
+        return nullptr;
+    }
+    const uint32_t capacity = std::bit_ceil(count);
+    const uint32_t stride = std::bit_ceil(element_size);
+    auto *queue = static_cast<LockfreeQueue *>(sysmem_newptrclear(sizeof(LockfreeQueue)));
+    auto *storage = static_cast<char *>(sysmem_newptrclear(int64_t{capacity} * stride));
+    if (!queue || !storage) {
+        sysmem_freeptr(queue);
+        sysmem_freeptr(storage);
+        return nullptr;
+    }
+    queue->capacity = capacity;
+    queue->twice_capacity = capacity * 2;
+    queue->element_size = stride;
+    queue->storage = storage;
+    queue->copied_size = element_size;
+    return queue;
+}
+
+void lockfreequeue_free(LockfreeQueue *queue) noexcept {
+    if (queue) {
+        sysmem_freeptr(queue->storage);
+        sysmem_freeptr(queue);
+    }
+}
+
+int32_t lockfreequeue_push(LockfreeQueue *queue, const void *element) noexcept {
+    if (!queue || !element) {
+        return 1;
+    }
+    const uint32_t written = queue->written.load(std::memory_order_relaxed);
+    const uint32_t distance = written - queue->taken.load(std::memory_order_acquire);
+    if (distance == queue->twice_capacity) {
+        return 1;
+    }
+    if (distance == queue->twice_capacity - 1) {
+        return 2;
+    }
+    queue->written.store(written + 1, std::memory_order_relaxed);
+    std::memcpy(slot(queue, written), element, queue->copied_size);
+    queue->written.store(written + 2, std::memory_order_release);
+    return 0;
+}
+
+int32_t lockfreequeue_pop(LockfreeQueue *queue, void *element) noexcept {
+    if (!queue || !element) {
+        return 1;
+    }
+    const uint32_t taken = queue->taken.load(std::memory_order_relaxed);
+    const uint32_t distance = queue->written.load(std::memory_order_acquire) - taken;
+    if (distance == 0) {
+        return 1;
+    }
+    if (distance == 1) {
+        return 2;
+    }
+    queue->taken.store(taken + 1, std::memory_order_relaxed);
+    std::memcpy(element, slot(queue, taken), queue->copied_size);
+    queue->taken.store(taken + 2, std::memory_order_release);
+    return 0;
+}
+
+ScheduleQueue *schedule_queue_new(void *owner, Method function) noexcept {
+    if (!function) {
+        return nullptr;
+    }
+    auto *queue = static_cast<ScheduleQueue *>(object_alloc(schedule_queue_class()));
+    if (!queue) {
+        return nullptr;
+    }
+    queue->owner = owner;
+    queue->function = reinterpret_cast<void (*)(void *, int64_t)>(function);
+    queue->ring = lockfreequeue_new(scheduled_values, sizeof(int64_t));
+    queue->clock = clock_new_withscheduler(queue, method(drain), scheduler_fromobject(owner));
+    if (!queue->ring || !queue->clock) {
+        object_free(queue);
+        return nullptr;
+    }
+    return queue;
+}
+
+uint32_t schedule_queue(ScheduleQueue *queue, int64_t value) noexcept {
+    constexpr uint32_t refused = 0xffffffff;
+    if (!queue || (queue->ring->written.load(std::memory_order_relaxed) & 1) ||
+        lockfreequeue_push(queue->ring, &value) != 0) {
+        return refused;
+    }
+    clock_fdelay(queue->clock, 0.0);
+    return 0;
+}
