@@ -31,7 +31,8 @@ enum ClassFlag : uint32_t {
     ClassNoAttrMessages = 0x10000,  // unknown selectors are not tried as attributes
     ClassParameter = 0x40000,       // takes part in the parameter system
     ClassOwnMethods = 0x100000,     // instances carry their own methods
-    ClassUsesProxies = 0x400000     // set by the first proxy of an instance
+    ClassUsesProxies = 0x400000,    // set by the first proxy of an instance
+    ClassRetired = 0x800000         // freeobject gives the memory to memory_retire
 };
 
 }  // namespace kiv
@@ -101,6 +102,40 @@ bool attribute_direct(Object *x, Symbol *selector, void *const words[8], void **
 // under `category` ("sticky_attr", "sticky_method").
 void class_sticky_apply(Class *c, Symbol *category, void *target) noexcept;
 
+// --- Inlets and outlets
+// ----------------------------------------------------------------------------
+
+// Frees a block once no send that is under way on any thread can still hold it. freeobject calls it
+// instead of sysmem_freeptr for instances of classes with the flag ClassRetired.
+void memory_retire(void *block) noexcept;
+// Frees all inlets (and the proxies left behind them), then all outlets, and breaks every
+// connection to the object. freeobject calls it for every object that is not lightweight.
+void object_free_inlets_outlets(Object *x) noexcept;
+// An inlet's or outlet's owner and place, and what an outlet is connected to, for the patcher.
+// `visit` gets the receivers (objects and inlets) in the order in which they are served.
+Object *inlet_owner(const Inlet *inlet) noexcept;
+Object *outlet_owner(const Outlet *outlet) noexcept;
+void outlet_visit(Outlet *outlet, void (*visit)(void *receiver, void *argument),
+                  void *argument) noexcept;
+// Silences an outlet or lets it speak again; a silenced outlet's sends return 0.
+void outlet_silence(Outlet *outlet, bool on) noexcept;
+// Makes a new outlet pass its connections on: to the outlets connected to the recording inlet
+// `link`, or to the outlet `link`.
+void outlet_set_link(Outlet *outlet, void *link) noexcept;
+// Makes a new inlet keep a list of the outlets connected to it.
+void inlet_set_recording(Inlet *inlet) noexcept;
+// A list as it arrives along a cord: to the "list" method, else spread over the inlets.
+void list_deliver(Object *x, int32_t argc, Atom *argv) noexcept;
+
+// --- Overflow state (overflow.cpp) ---------------------------------------------------------------
+
+// Takes every patcher, or one, out of the overflow state: its console message was cleared.
+void overflow_clear() noexcept;
+void overflow_clear_patcher(const Object *patcher) noexcept;
+bool overflow_in_force(const Object *patcher) noexcept;
+// The alert of the application: tells of the last overflow in a dialog, then clears everything.
+void overflow_alert() noexcept;
+
 // --- Event context -------------------------------------------------------------------------------
 
 // On whose behalf the calling thread runs: a stack of owners, pushed around clocks, deferred calls
@@ -128,6 +163,8 @@ struct KernelHooks {
     bool (*maker_knows)(Symbol *name);
     // The top-level patcher of an object, for the overflow state. Registered by patcher/.
     Object *(*patcher_of)(Object *x);
+    // The object inside an object box, or null when `box` is none. Registered by patcher/.
+    Object *(*inner_object)(Object *box);
 };
 KernelHooks &kernel_hooks() noexcept;
 
@@ -150,10 +187,14 @@ void object_box_set(Object *x, Object *box) noexcept;
 // --- Kernel utilities ----------------------------------------------------------------------------
 
 uint32_t kernel_random() noexcept;  // uniform; any thread
-bool verbose_get() noexcept;        // the kernel's verbose switch
+// Starts the generator's sequence again, so that a run can be repeated exactly.
+void kernel_random_seed(uint64_t seed) noexcept;
+bool verbose_get() noexcept;  // the kernel's verbose switch
 void verbose_set(bool on) noexcept;
 // Gives a released unique name ("u" and nine digits) back to symbol_unique.
 void symbol_unique_release(Symbol *name) noexcept;
-int64_t symbols_count_dynamic() noexcept;
+// Slots of the static symbol table; the report on "size" counts them as the static symbols.
+inline constexpr int64_t symbol_static_slots = 1973;
+int64_t symbols_count_dynamic() noexcept;  // walks every chain
 
 }  // namespace kiv
