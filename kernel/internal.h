@@ -193,6 +193,9 @@ bool verbose_get() noexcept;  // the kernel's verbose switch
 void verbose_set(bool on) noexcept;
 // Gives a released unique name ("u" and nine digits) back to symbol_unique.
 void symbol_unique_release(Symbol *name) noexcept;
+// The translation that symbol_tr looks in: a table of symbols by symbol, or null for none. It must
+// not change once it is set. Called by whoever reads the user's preferences.
+void translation_set(Hashtab *table) noexcept;
 // Slots of the static symbol table; the report on "size" counts them as the static symbols.
 inline constexpr int64_t symbol_static_slots = 1973;
 int64_t symbols_count_dynamic() noexcept;  // walks every chain
