@@ -1,0 +1,127 @@
+// The records of the objects that hold values (strings, atom arrays, dictionaries) and what the
+// dictionary and JSON files share about them. Private to this folder.
+#pragma once
+
+#include <kiv/atomarray.h>
+#include <kiv/critical.h>
+#include <kiv/dictionary.h>
+#include <kiv/hashtab.h>
+#include <kiv/linklist.h>
+#include <kiv/string.h>
+
+#include <kiv/object.h>
+
+#include <cstring>
+
+#include "containers/internal.h"
+#include "kernel/internal.h"
+#include "sched/internal.h"
+
+struct String {
+    Object ob;
+    char *text;        // owned; null until the first text
+    int32_t capacity;  // bytes of the block, terminator included
+    void *obex;
+};
+
+struct Atomarray {
+    Object ob;
+    int32_t count;
+    Atom *atoms;  // owned, exactly count of them; null when empty
+    int32_t flags;
+    void *obex;
+};
+
+struct Dictionary {
+    Object ob;
+    Hashtab *table;   // key to entry; refers to the entries without owning them
+    Linklist *order;  // the same entries in insertion order; owns them
+    CriticalRef transaction;
+    void *obex;
+};
+
+struct DictionaryEntry {
+    Object ob;
+    Symbol *key;
+    Atom value;
+    int32_t flags;
+    LinklistElement *element;  // its place in the order, so that removing needs no search
+    DictionaryEntry *dying;    // chain of postponed entries (dictionary_free.cpp)
+};
+
+namespace kiv {
+
+// Bit of an atom array's flags: the destructor frees the object atoms.
+inline constexpr int32_t atomarray_owns = 1;
+// Flag of the dictionary's appenders: object values are cloned before they are stored.
+inline constexpr int32_t append_clones = 8192;
+// Texts of this length and more do not fit in a symbol and stay string objects.
+inline constexpr size_t longest_symbol = 32766;
+
+inline bool is_of_class(const void *x, Symbol *name) noexcept {
+    return object_valid(x) && class_of(x)->name == name;
+}
+inline bool is_dictionary(const void *x) noexcept {
+    return is_of_class(x, "dictionary"_sym);
+}
+inline bool is_atomarray(const void *x) noexcept {
+    return is_of_class(x, "atomarray"_sym);
+}
+inline bool is_string(const void *x) noexcept {
+    return is_of_class(x, "string"_sym);
+}
+
+inline Atom atom_of(int64_t value) noexcept {
+    return {TypeLong, {.i = value}};
+}
+inline Atom atom_of(double value) noexcept {
+    return {TypeFloat, {.f = value}};
+}
+inline Atom atom_of(Symbol *value) noexcept {
+    return {TypeSymbol, {.sym = value}};
+}
+inline Atom atom_of_object(void *value) noexcept {
+    return {TypeObject, {.obj = value}};
+}
+
+// A string object of text that need not end in a zero byte; null on no memory.
+String *string_from(const char *text, size_t length) noexcept;
+inline const char *text_of(const String *string) noexcept {
+    return string->text ? string->text : "";
+}
+
+// Makes an owning array of atoms whose objects become its own; null on no memory, when they stay
+// the caller's.
+Atomarray *atomarray_adopt(int32_t count, const Atom *atoms) noexcept;
+
+// --- Dictionary entries (dictionary.cpp) ---------------------------------------------------------
+
+void dictionary_add_methods(Class *c) noexcept;  // dictionary_class.cpp
+// Stores as every appender does; the value is the caller's again when this fails.
+ErrorCode dictionary_store(Dictionary *dictionary, Symbol *key, Atom value, int32_t flags) noexcept;
+DictionaryEntry *dictionary_entry(const Dictionary *dictionary, Symbol *key) noexcept;
+// The entries in their order at this moment; throws std::bad_alloc.
+Vector<DictionaryEntry *> dictionary_entries(const Dictionary *dictionary);
+// Turns a string value into the symbol of its text where a symbol can hold it.
+void string_to_symbol(DictionaryEntry *entry) noexcept;
+
+// --- Walks over nested values --------------------------------------------------------------------
+
+// A deep copy of a dictionary, an atom array, a string or any object that can be cloned. True with
+// *copy null when the object cannot be; false on no memory and for what is nested too deeply
+// (posted).
+bool clone_value_object(const void *x, void **copy) noexcept;
+// Clones the object atoms in place, keeping those that cannot be. On failure the clones made so far
+// are freed, and the atoms are worthless.
+bool clone_object_atoms(int32_t count, Atom *atoms) noexcept;
+// Reports that an object atom cannot be cloned. The result is the object with one more reference,
+// so that both owners may free it; null when it counts none.
+void *kept_object(void *x) noexcept;
+
+// Free what a destroyed container owned. However deep values are nested, the stack stays shallow:
+// below a certain depth freeing is postponed until the outermost container is done.
+void free_order(Linklist *order) noexcept;
+void free_object_atoms(int32_t count, Atom *atoms) noexcept;  // and the block that holds them
+void free_entry_value(DictionaryEntry *entry) noexcept;
+
+}  // namespace kiv
