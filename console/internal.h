@@ -26,17 +26,26 @@ struct ConsoleEntry {
 };
 
 void console_start() noexcept;
-// Fills class, box and patcher of a source. Registered by patcher/, which knows boxes.
+// Fills box and patcher of a live source, on the posting thread; the class is filled in already.
+// Registered by patcher/, which knows boxes.
 void console_set_origin_hook(void (*hook)(Object *source, ConsoleOrigin *origin)) noexcept;
-// Receives every entry on the main thread, in posting order. Registered by the host and by tests.
+// Receives every entry on the main thread, in posting order; the entry and its text last for the
+// call. Until a display is set, entries wait. Registered by the host and by tests. Main thread.
 void console_set_display(void (*show)(const ConsoleEntry *entry, void *argument),
                          void *argument) noexcept;
 // Moves every pending entry to the display now. Main thread.
 void console_drain() noexcept;
+// Writes every entry to the system's debug output as well.
 void console_set_echo(bool on) noexcept;
+// Shows what the main thread posts at once, before posting returns.
 void console_set_immediate(bool on) noexcept;
+// Sends each error to an object as error(listener, text, source), on the posting thread; null for
+// nobody. The listener is not told of errors that it posts itself meanwhile.
 void console_set_listener(Object *listener) noexcept;
-// Called when the entry of a patcher's overflow state is cleared from the display.
+// The errors, warnings and bugs posted since the console was last cleared. Any thread.
+int32_t console_nonplain_count() noexcept;
+// The user cleared the console: patchers whose outlets a stack overflow had silenced send again.
+// Called by the host. Main thread.
 void console_clear() noexcept;
 
 }  // namespace kiv
