@@ -1,0 +1,109 @@
+#include "app/application.h"
+
+#include <kiv/kiv.h>
+
+#include <atomic>
+#include <limits>
+
+#include "kernel/internal.h"
+#include "patcher/internal.h"
+#include "sched/internal.h"
+
+namespace kiv::app {
+
+namespace {
+
+std::atomic<bool> quitting{false};
+
+struct Application {
+    Object ob;
+};
+
+void usecontext(Application *, int64_t flag) {
+    utils_usecontext(flag != 0 ? 1 : 0);
+}
+
+void size(Application *) {
+    constexpr long long static_slots = 1973;
+    post("%lld static symbols", static_slots);
+    post("%lld symbols in memory", static_slots + static_cast<long long>(symbols_count_dynamic()));
+}
+
+void objectfile(Application *x, Symbol *selector, int32_t argc, Atom *argv) {
+    Symbol *class_name = nullptr;
+    if (atom_arg_getsym(&class_name, 0, argc, argv) != ErrorNone || !*class_name->name) {
+        object_error(x, "missing arguments for message \"%s\"", selector->name);
+        return;
+    }
+    Symbol *file_name = ""_sym;
+    atom_arg_getsym(&file_name, 1, argc, argv);
+    nametab_add(class_name, *file_name->name ? file_name : class_name);
+}
+
+using Throttle = uint32_t (*)(uint32_t value, uint32_t *previous);
+constexpr uint32_t read_only = std::numeric_limits<uint32_t>::max();
+
+template <Throttle throttle>
+void set_throttle(Application *, int64_t value) {
+    if (value >= 1 && value < read_only) {
+        throttle(static_cast<uint32_t>(value), nullptr);
+    }
+}
+
+template <Throttle throttle>
+void get_throttle(Application *, Object *receiver) {
+    Atom value;
+    atom_setlong(&value, throttle(read_only, nullptr));
+    typedmess(receiver, "int"_sym, 1, &value);
+}
+
+void setsysqelemthrottle(Application *, int64_t value) {
+    sysqelem_throttle_set(value);
+}
+void setslop(Application *, double ms) {
+    slop_set(ms);
+}
+void setinterval(Application *, double ms) {
+    interval_set(ms);
+}
+void overdrive(Application *, int64_t on) {
+    overdrive_set(on != 0);
+}
+void quit(Application *) {
+    quit_request();
+}
+
+}  // namespace
+
+void application_start() {
+    Class *const c =
+        class_new("kiv", nullptr, nullptr, static_cast<int32_t>(sizeof(Application)), nullptr, 0);
+    class_addmethod(c, method(usecontext), "usecontext", TypeLong, 0);
+    class_addmethod(c, method(size), "size", 0);
+    class_addmethod(c, method(objectfile), "objectfile", TypeGimme, 0);
+    class_addmethod(c, method(set_throttle<sched_setpollthrottle>), "setpollthrottle", TypeLong, 0);
+    class_addmethod(c, method(get_throttle<sched_setpollthrottle>), "getpollthrottle", TypeObject,
+                    0);
+    class_addmethod(c, method(set_throttle<sched_setqueuethrottle>), "setqueuethrottle", TypeLong,
+                    0);
+    class_addmethod(c, method(get_throttle<sched_setqueuethrottle>), "getqueuethrottle", TypeObject,
+                    0);
+    class_addmethod(c, method(setsysqelemthrottle), "setsysqelemthrottle", TypeLong, 0);
+    class_addmethod(c, method(setslop), "setslop", TypeFloat, 0);
+    class_addmethod(c, method(setinterval), "setinterval", TypeFloat, 0);
+    class_addmethod(c, method(overdrive), "overdrive", TypeLong, 0);
+    class_addmethod(c, method(quit), "quit", 0);
+    class_register("nobox"_sym, c);
+    "kiv"_sym->thing = object_alloc(c);
+}
+
+void quit_request() {
+    quitting.store(true);
+    main_wake();
+}
+
+bool quit_requested() {
+    return quitting.load();
+}
+
+}  // namespace kiv::app

@@ -1,0 +1,102 @@
+// kiv: loads patcher documents and runs them.
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include "app/application.h"
+#include "app/console_output.h"
+#include "app/input.h"
+#include "app/main_loop.h"
+#include "app/options.h"
+#include "console/internal.h"
+#include "files/internal.h"
+#include "kernel/internal.h"
+#include "kernel/startup.h"
+#include "patcher/internal.h"
+#include "platform/platform.h"
+#include "sched/internal.h"
+
+namespace kiv::app {
+
+namespace {
+
+void add_search_folders(const Options &options) {
+    for (const std::string &folder : options.paths) {
+        if (!search_path_add(folder.c_str(), true)) {
+            error("--path: %s is no folder", folder.c_str());
+        }
+    }
+    const char *const more = std::getenv("KIV_PATH");
+    for (std::string_view rest = more ? more : ""; !rest.empty();) {
+        const size_t end = rest.find(platform::path_list_separator);
+        const std::string folder(rest.substr(0, end));
+        if (!folder.empty() && !search_path_add(folder.c_str(), true)) {
+            error("KIV_PATH: %s is no folder", folder.c_str());
+        }
+        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+    }
+}
+
+Object *load(const std::string &document) {
+    if (document == "-") {
+        const std::string text = read_standard_input();
+        return document_load_text(text.c_str(), static_cast<int64_t>(text.size()));
+    }
+    return document_load(document.c_str(), nullptr);
+}
+
+// False when a document could not be loaded, or the first could not be saved.
+bool load_documents(const Options &options) {
+    bool all = true;
+    Object *first = nullptr;
+    for (const std::string &document : options.documents) {
+        Object *const patcher = load(document);
+        all = all && patcher;
+        first = first ? first : patcher;
+    }
+    if (!options.save_file.empty() && first) {
+        if (const int32_t failure = patcher_save(first, options.save_file.c_str(), 0)) {
+            error("%s: cannot be written: error %d", options.save_file.c_str(), failure);
+            all = false;
+        }
+    }
+    return all;
+}
+
+int run(const Options &options) {
+    startup();
+    verbose_set(options.verbose);
+    console_output_start(options.console);
+    application_start();
+    platform::on_quit_request(quit_request);
+    if (options.offline) {
+        time_offline_begin();
+    }
+    overdrive_set(options.overdrive && !options.offline);
+    add_search_folders(options);
+    const bool loaded = load_documents(options);
+    for (const std::string &text : options.sends) {
+        evaluate(text);
+    }
+    if (options.interactive) {
+        interactive_start();
+    }
+    main_loop(options);
+    shutdown();
+    std::fflush(nullptr);
+    return loaded ? 0 : 1;
+}
+
+}  // namespace
+
+}  // namespace kiv::app
+
+int main(int argc, char **argv) {
+    kiv::app::Options options;
+    if (const auto status = kiv::app::read_options(argc, argv, options)) {
+        return *status;
+    }
+    const int status = kiv::app::run(options);
+    // Straight out: a thread may still wait for standard input, and objects live to the end.
+    std::_Exit(status);
+}

@@ -1,0 +1,91 @@
+// The loop sleeps until something wakes it: the timer (a clock is due), a queue element set on
+// another thread, a quit request. Without work it uses no processor time.
+#include "app/main_loop.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "app/application.h"
+#include "sched/internal.h"
+
+namespace kiv::app {
+
+namespace {
+
+constexpr double no_limit = std::numeric_limits<double>::infinity();
+constexpr int most_passes_at_once = 1000;
+
+bool idle() {
+    double time = 0.0;
+    return main_queues_empty() && !next_clock_time(&time);
+}
+
+// One round of work; the ms until the queues want the next one, negative when they want none.
+double work() {
+    if (!overdrive_get()) {
+        scheduler_poll();
+    }
+    return main_queues_pass();
+}
+
+// Runs what waits now. What keeps setting itself again is left for the loop, or for nobody.
+void empty_queues_once() {
+    for (int pass = 0; pass < most_passes_at_once && work() == 0.0; ++pass) {
+    }
+}
+
+// Time stands still until nothing is due, then jumps to the next clock.
+void offline_loop(double end, bool until_idle) {
+    while (!quit_requested()) {
+        const double wanted = work();
+        double next = 0.0;
+        const bool clock_waits = next_clock_time(&next);
+        if (wanted >= 0.0 || (clock_waits && next <= time_now())) {
+            continue;
+        }
+        if (clock_waits && next <= end) {
+            time_advance_to(next);
+        } else if (clock_waits || until_idle || end != no_limit) {
+            return;
+        } else {
+            main_wait(-1.0);
+        }
+    }
+}
+
+void timed_loop(double end, bool until_idle) {
+    while (!quit_requested()) {
+        const double wanted = work();
+        if (until_idle && idle()) {
+            return;
+        }
+        const double left = end - time_now();
+        if (left <= 0.0) {
+            return;
+        }
+        if (wanted < 0.0) {
+            main_wait(left == no_limit ? -1.0 : left);
+        } else if (wanted > 0.0) {
+            main_wait(std::min(wanted, left));
+        }
+    }
+}
+
+}  // namespace
+
+void main_loop(const Options &options) {
+    if (options.run_seconds == 0.0) {
+        empty_queues_once();
+        return;
+    }
+    const double end = options.run_seconds ? time_now() + *options.run_seconds * 1000.0 : no_limit;
+    if (options.offline) {
+        offline_loop(end, options.until_idle);
+    } else {
+        system_timer_start();
+        timed_loop(end, options.until_idle);
+        system_timer_stop();
+    }
+}
+
+}  // namespace kiv::app

@@ -1,0 +1,40 @@
+# Shared by ./run, ./test and .ci/run: installs what is missing and builds a preset. Sourced, not run.
+# Everything here reports to standard error: standard output belongs to the program that is run.
+
+# installed_all NAME...: true when every command (a bare name) and file (an absolute name) is there.
+installed_all() {
+    local name
+    for name in "$@"; do
+        case $name in
+            /*) [ -e "$name" ] || return 1 ;;
+            *) command -v "$name" >/dev/null 2>&1 || return 1 ;;
+        esac
+    done
+}
+
+# install_packages PACKAGE...: from the system's own package manager.
+install_packages() {
+    local as_root=
+    [ "$(id -u)" = 0 ] || as_root=sudo
+    echo "installing: $*" >&2
+    $as_root apt-get update -qq >&2
+    $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "$@" >&2
+}
+
+ensure_build_tools() {
+    installed_all g++ cmake ninja ccache /usr/include/CLI/CLI.hpp /usr/include/nlohmann/json.hpp ||
+        install_packages g++ cmake ninja-build ccache libcli11-dev nlohmann-json3-dev
+}
+
+ensure_test_tools() {
+    installed_all /usr/include/gtest/gtest.h /usr/lib/*/libgtest.a ||
+        install_packages libgtest-dev
+}
+
+# build_preset PRESET [TARGET...]: configures once, then builds. Run from the project's folder.
+build_preset() {
+    local preset=$1
+    shift
+    [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" >&2
+    cmake --build --preset "$preset" ${1:+--target "$@"} -- --quiet >&2
+}

@@ -1,0 +1,117 @@
+#include "objects/common.h"
+
+#include <cstring>
+
+namespace kiv::objects {
+
+namespace {
+
+const Atom *argument(void *x, int32_t index, int32_t argc, const Atom *argv, bool symbol) {
+    if (index >= argc) {
+        return nullptr;
+    }
+    if (symbol ? is_symbol(argv[index]) : is_number(argv[index])) {
+        return argv + index;
+    }
+    object_error(x, "argument %d: a %s is wanted", index + 1, symbol ? "name" : "number");
+    return nullptr;
+}
+
+}  // namespace
+
+Atom number_argument(void *x, int32_t index, int32_t argc, const Atom *argv, const Atom &fallback) {
+    const Atom *const found = argument(x, index, argc, argv, false);
+    return found ? *found : fallback;
+}
+
+double float_argument(void *x, int32_t index, int32_t argc, const Atom *argv, double fallback) {
+    const Atom *const found = argument(x, index, argc, argv, false);
+    return found ? float_of(*found) : fallback;
+}
+
+int64_t long_argument(void *x, int32_t index, int32_t argc, const Atom *argv, int64_t fallback) {
+    const Atom *const found = argument(x, index, argc, argv, false);
+    return found ? long_of(*found) : fallback;
+}
+
+Symbol *symbol_argument(void *x, int32_t index, int32_t argc, const Atom *argv, Symbol *fallback) {
+    const Atom *const found = argument(x, index, argc, argv, true);
+    return found ? found->value.sym : fallback;
+}
+
+void send_number(Outlet *outlet, const Atom &number) {
+    if (number.type == TypeFloat) {
+        outlet_float(outlet, number.value.f);
+    } else {
+        outlet_int(outlet, number.value.i);
+    }
+}
+
+void send_message(Outlet *outlet, Symbol *selector, int32_t argc, Atom *argv) {
+    if (selector == "bang"_sym && argc == 0) {
+        outlet_bang(outlet);
+    } else if (selector == "int"_sym && argc == 1) {
+        outlet_int(outlet, atom_getlong(argv));
+    } else if (selector == "float"_sym && argc == 1) {
+        outlet_float(outlet, atom_getfloat(argv));
+    } else {
+        outlet_anything(outlet, selector, argc, argv);
+    }
+}
+
+Elements::Elements(Symbol *selector, int32_t argc, Atom *argv) {
+    const bool bare = selector == "list"_sym || selector == "int"_sym || selector == "float"_sym;
+    const int32_t extra = bare ? 0 : 1;
+    atoms_ = atom_dynamic_start(local_, local_count, argc + extra);
+    if (!atoms_) {  // no memory: a message cut short is better than none
+        atoms_ = local_;
+        argc = argc + extra > local_count ? local_count - extra : argc;
+    }
+    if (!bare) {
+        atom_setsym(atoms_, selector);
+    }
+    if (argc > 0) {
+        std::memcpy(atoms_ + extra, argv, sizeof(Atom) * static_cast<size_t>(argc));
+    }
+    count_ = argc + extra;
+}
+
+bool same_atom(const Atom &a, const Atom &b) {
+    if (a.type != b.type) {
+        return false;
+    }
+    switch (a.type) {
+        case TypeLong:
+            return a.value.i == b.value.i;
+        case TypeFloat:
+            return a.value.f == b.value.f;
+        case TypeSymbol:
+            return a.value.sym == b.value.sym;
+        default:
+            return a.value.obj == b.value.obj;
+    }
+}
+
+bool convert_atom(const Atom &from, const Atom &kind, Atom &to) {
+    if (is_number(kind)) {
+        if (!is_number(from)) {
+            return false;
+        }
+        to = as_kind(from, kind.type == TypeFloat);
+        return true;
+    }
+    if (is_number(from)) {
+        char *text = nullptr;
+        int64_t size = 0;
+        if (atom_gettext(1, &from, &size, &text, 0) != ErrorNone) {
+            return false;
+        }
+        atom_setsym(&to, gensym(text));
+        sysmem_freeptr(text);
+        return true;
+    }
+    to = from;
+    return true;
+}
+
+}  // namespace kiv::objects
