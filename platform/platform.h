@@ -44,15 +44,16 @@ class Event {
     static int wait_either(Event &first, Event &second, uint32_t timeout_ms) noexcept;
 
   private:
-    void *state_;
+    alignas(8) std::byte storage_[128];
 };
 
-// A named, process-shared semaphore; a handle from open() or create(), or null.
+// A named semaphore shared by processes, gone when the last handle on it is closed or its process
+// ends. Creating one that exists opens it as it is. Null when it cannot be made or opened.
 struct Semaphore;
 Semaphore *semaphore_create(const char *name, int32_t initial_count, int32_t max_count) noexcept;
 Semaphore *semaphore_open(const char *name) noexcept;
 void semaphore_close(Semaphore *semaphore) noexcept;
-bool semaphore_post(Semaphore *semaphore) noexcept;
+bool semaphore_post(Semaphore *semaphore) noexcept;  // false when the count is at its maximum
 bool semaphore_wait(Semaphore *semaphore, bool block) noexcept;
 
 // --- Threads -------------------------------------------------------------------------------------
@@ -63,9 +64,14 @@ using ThreadEntry = uint32_t (*)(void *argument);  // the result is the exit cod
 // error code.
 uint32_t thread_start(ThreadEntry entry, void *argument, size_t stack_size, uint32_t *id) noexcept;
 uint32_t thread_self() noexcept;
+// Waits for a thread to end; the exit code of one that ended is kept until it is joined or
+// detached. False for an identifier that stands for no such thread, and for the thread itself.
 bool thread_join(uint32_t id, uint32_t *exit_code) noexcept;
-void thread_detach(uint32_t id) noexcept;
-[[noreturn]] void thread_exit(uint32_t status) noexcept;
+bool thread_detach(uint32_t id) noexcept;
+// Ends the calling thread where it stands, without unwinding; returns only on a thread that
+// thread_start did not start.
+void thread_exit(uint32_t status) noexcept;
+// Ends another thread started by thread_start wherever it is, locks and all. A last resort.
 bool thread_terminate(uint32_t id) noexcept;
 void thread_sleep(double ms) noexcept;
 // System priorities run from -15 to 15; a set value is read back even where the system ignores it.
@@ -87,18 +93,10 @@ bool slot_set(ThreadSlot *slot, void *value) noexcept;
 // Milliseconds on a monotonic clock of high resolution.
 double time_ms() noexcept;
 
-// Calls tick(argument) on one thread of its own every interval_ms until it is stopped; a late tick
-// is not repeated. The handle is freed by periodic_timer_stop, which does not return while a tick
-// runs (except when called from that tick).
-struct PeriodicTimer;
-PeriodicTimer *periodic_timer_start(uint32_t interval_ms, void (*tick)(void *),
-                                    void *argument) noexcept;
-void periodic_timer_stop(PeriodicTimer *timer) noexcept;
-
 // --- Memory and faults ---------------------------------------------------------------------------
 
-// True when 32 bytes from an aligned, non-null address can be read. A few loads: never a system
-// call, and a fault inside it is survived on any thread once probe_start has run.
+// True when the 32 bytes at an address can be read. Two loads: never a system call, and a fault
+// inside it is survived on any thread once probe_start has run.
 bool readable_32(const void *address) noexcept;
 void probe_start() noexcept;
 
@@ -116,8 +114,7 @@ void on_quit_request(void (*handler)()) noexcept;
 bool stderr_is_terminal() noexcept;
 extern const char path_list_separator;  // between the folders of an environment variable
 
-// --- Files: UTF-8 names, '/' between folders
-// ------------------------------------------------------
+// --- Files: UTF-8 names, '/' between folders -----------------------------------------------------
 
 struct FileInfo {
     bool exists;

@@ -1,0 +1,249 @@
+// Critical sections and events.
+//
+// An event knows its waiters: each stands in a list with a flag that exactly one setter (or the
+// waiter's own time limit) claims. A setter touches a waiter only while it holds the event's lock,
+// and a waiter leaves the lists under that lock, so its record can live on its stack.
+#ifndef _GNU_SOURCE
+#define _GNU_SOURCE
+#endif
+#include <pthread.h>
+#include <time.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "platform/platform.h"
+
+namespace kiv::platform {
+
+namespace {
+
+// These primitives fail only on broken memory or a caller that unlocks what it does not hold.
+void must(int result, const char *call) noexcept {
+    if (result != 0) {
+        std::fprintf(stderr, "%s failed: %d\n", call, result);
+        std::abort();
+    }
+}
+
+inline void spin_pause() noexcept {
+#if defined(__x86_64__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("yield");
+#endif
+}
+
+class Lock {
+  public:
+    explicit Lock(pthread_mutex_t &mutex) noexcept : mutex_(mutex) {
+        must(pthread_mutex_lock(&mutex_), "pthread_mutex_lock");
+    }
+    ~Lock() { must(pthread_mutex_unlock(&mutex_), "pthread_mutex_unlock"); }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+
+  private:
+    pthread_mutex_t &mutex_;
+};
+
+}  // namespace
+
+// --- Critical sections ---------------------------------------------------------------------------
+
+namespace {
+
+constexpr int spin_count = 200;
+
+pthread_mutex_t *section_mutex(std::byte *storage) noexcept {
+    return std::launder(reinterpret_cast<pthread_mutex_t *>(storage));
+}
+
+}  // namespace
+
+CriticalSection::CriticalSection() noexcept {
+    static_assert(sizeof(pthread_mutex_t) <= sizeof storage_);
+    pthread_mutexattr_t attributes;
+    must(pthread_mutexattr_init(&attributes), "pthread_mutexattr_init");
+    must(pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE),
+         "pthread_mutexattr_settype");
+    must(pthread_mutex_init(new (storage_) pthread_mutex_t, &attributes), "pthread_mutex_init");
+    pthread_mutexattr_destroy(&attributes);
+}
+
+CriticalSection::~CriticalSection() {
+    pthread_mutex_destroy(section_mutex(storage_));
+}
+
+void CriticalSection::enter() noexcept {
+    pthread_mutex_t *mutex = section_mutex(storage_);
+    if (pthread_mutex_trylock(mutex) == 0) {
+        return;
+    }
+    static const int spins = processor_count() > 1 ? spin_count : 0;
+    for (int i = 0; i < spins; ++i) {
+        spin_pause();
+        if (pthread_mutex_trylock(mutex) == 0) {
+            return;
+        }
+    }
+    must(pthread_mutex_lock(mutex), "pthread_mutex_lock");
+}
+
+void CriticalSection::exit() noexcept {
+    pthread_mutex_unlock(section_mutex(storage_));  // by who does not hold it: ignored
+}
+
+bool CriticalSection::try_enter() noexcept {
+    return pthread_mutex_trylock(section_mutex(storage_)) == 0;
+}
+
+// --- Events --------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr int unclaimed = -2;
+
+// A thread that waits for one event or for either of two.
+struct Waiter {
+    std::atomic<int> claim{unclaimed};  // index of the event that released it; -1: the time ran out
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t released;
+};
+
+struct WaiterLink {
+    Waiter *waiter;
+    int index;  // what the waiter is told
+    WaiterLink *next;
+    WaiterLink **previous;
+};
+
+struct EventState {
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    bool manual_reset;
+    bool is_set = false;
+    WaiterLink *waiters = nullptr;
+    WaiterLink **last = &waiters;
+};
+
+EventState &event_state(std::byte *storage) noexcept {
+    return *std::launder(reinterpret_cast<EventState *>(storage));
+}
+
+bool claim(Waiter &waiter, int index) noexcept {
+    int expected = unclaimed;
+    return waiter.claim.compare_exchange_strong(expected, index);
+}
+
+// Puts a waiter into an event's list, or claims it at once when the event is set.
+void join_event(EventState &event, WaiterLink &link) noexcept {
+    const Lock lock(event.mutex);
+    if (event.is_set && claim(*link.waiter, link.index)) {
+        event.is_set = event.manual_reset;
+    }
+    link.next = nullptr;
+    link.previous = event.last;
+    *event.last = &link;
+    event.last = &link.next;
+}
+
+void leave_event(EventState &event, WaiterLink &link) noexcept {
+    const Lock lock(event.mutex);
+    *link.previous = link.next;
+    (link.next ? link.next->previous : event.last) = link.previous;
+}
+
+timespec deadline_after(uint32_t ms) noexcept {
+    timespec deadline;
+    clock_gettime(CLOCK_MONOTONIC, &deadline);
+    deadline.tv_sec += static_cast<time_t>(ms / 1000);
+    deadline.tv_nsec += static_cast<long>(ms % 1000) * 1000000;
+    if (deadline.tv_nsec >= 1000000000) {
+        deadline.tv_nsec -= 1000000000;
+        ++deadline.tv_sec;
+    }
+    return deadline;
+}
+
+void sleep_until_claimed(Waiter &waiter, uint32_t timeout_ms) noexcept {
+    const timespec deadline = deadline_after(timeout_ms == wait_forever ? 0 : timeout_ms);
+    const Lock lock(waiter.mutex);
+    while (waiter.claim.load() == unclaimed) {
+        if (timeout_ms == wait_forever) {
+            pthread_cond_wait(&waiter.released, &waiter.mutex);
+        } else if (pthread_cond_timedwait(&waiter.released, &waiter.mutex, &deadline) ==
+                   ETIMEDOUT) {
+            claim(waiter, -1);
+        }
+    }
+}
+
+int wait_for(EventState *events[], int count, uint32_t timeout_ms) noexcept {
+    Waiter waiter;
+    pthread_condattr_t attributes;
+    must(pthread_condattr_init(&attributes), "pthread_condattr_init");
+    must(pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC), "pthread_condattr_setclock");
+    must(pthread_cond_init(&waiter.released, &attributes), "pthread_cond_init");
+    pthread_condattr_destroy(&attributes);
+
+    WaiterLink links[2];
+    for (int i = 0; i < count; ++i) {
+        links[i].waiter = &waiter;
+        links[i].index = i;
+        join_event(*events[i], links[i]);
+    }
+    sleep_until_claimed(waiter, timeout_ms);
+    for (int i = 0; i < count; ++i) {
+        leave_event(*events[i], links[i]);
+    }
+    pthread_cond_destroy(&waiter.released);
+    pthread_mutex_destroy(&waiter.mutex);
+    return waiter.claim.load();
+}
+
+}  // namespace
+
+Event::Event(bool manual_reset) noexcept {
+    static_assert(sizeof(EventState) <= sizeof storage_);
+    (new (storage_) EventState)->manual_reset = manual_reset;
+}
+
+Event::~Event() {
+    EventState &event = event_state(storage_);
+    pthread_mutex_destroy(&event.mutex);
+    event.~EventState();
+}
+
+void Event::set() noexcept {
+    EventState &event = event_state(storage_);
+    const Lock lock(event.mutex);
+    event.is_set = true;
+    for (WaiterLink *link = event.waiters; link && event.is_set; link = link->next) {
+        if (claim(*link->waiter, link->index)) {
+            event.is_set = event.manual_reset;
+            const Lock waiter_lock(link->waiter->mutex);
+            pthread_cond_signal(&link->waiter->released);
+        }
+    }
+}
+
+void Event::reset() noexcept {
+    EventState &event = event_state(storage_);
+    const Lock lock(event.mutex);
+    event.is_set = false;
+}
+
+bool Event::wait(uint32_t timeout_ms) noexcept {
+    EventState *events[] = {&event_state(storage_)};
+    return wait_for(events, 1, timeout_ms) == 0;
+}
+
+int Event::wait_either(Event &first, Event &second, uint32_t timeout_ms) noexcept {
+    EventState *events[] = {&event_state(first.storage_), &event_state(second.storage_)};
+    return wait_for(events, 2, timeout_ms);
+}
+
+}  // namespace kiv::platform

@@ -1,0 +1,481 @@
+// Threads known by a 32-bit identifier, their priorities and thread-local slots.
+//
+// Identifiers count up and are not used again. Every thread that has asked for its own identifier
+// or was started here has a record in one table, under one lock. The record of a started thread
+// outlives it, with its exit code, until it is joined or detached (the oldest is dropped when more
+// than `max_ended` wait); the record of any other thread goes with the thread.
+#ifndef _GNU_SOURCE
+#define _GNU_SOURCE
+#endif
+#include <pthread.h>
+#include <sched.h>
+#include <setjmp.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <new>
+
+#include "platform/platform.h"
+
+#if defined(__x86_64__)
+#include <xmmintrin.h>
+#endif
+
+namespace kiv::platform {
+
+namespace {
+
+struct Thread {
+    uint32_t id;
+    Thread *next;    // in its chain of the table
+    Thread *newer;   // among the ended ones
+    int references;  // the thread itself while it runs, the table, and those who join
+    bool started;    // by thread_start
+    bool running;
+    bool detached;
+    bool in_table;
+    uint32_t exit_code;
+    int32_t priority;
+    pthread_t handle;
+    long system_id;  // 0 until the thread runs
+    ThreadEntry entry;
+    void *argument;
+    sigjmp_buf end;  // where thread_exit and thread_terminate go on
+};
+
+constexpr size_t chains = 256;
+constexpr int max_ended = 1024;
+
+struct Threads {
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t ended = PTHREAD_COND_INITIALIZER;  // some thread ended
+    uint32_t last_id = 0;
+    Thread *table[chains] = {};
+    Thread *oldest_ended = nullptr;
+    Thread *newest_ended = nullptr;
+    int ended_count = 0;
+};
+
+// Never destroyed: threads may still end while the process does.
+Threads &threads() {
+    alignas(Threads) static std::byte storage[sizeof(Threads)];
+    static auto *instance = new (storage) Threads;
+    return *instance;
+}
+
+thread_local Thread *self_record = nullptr;
+thread_local uint32_t self_id = 0;
+
+// A thread that is to be terminated while it holds the table's lock ends when it lets go of it.
+thread_local volatile sig_atomic_t holds_lock = 0;
+thread_local volatile sig_atomic_t must_end = 0;
+
+[[noreturn]] void end_self() {
+    siglongjmp(self_record->end, 1);
+}
+
+class Lock {
+  public:
+    Lock() {
+        holds_lock = 1;
+        pthread_mutex_lock(&threads().mutex);
+    }
+    ~Lock() {
+        pthread_mutex_unlock(&threads().mutex);
+        holds_lock = 0;
+        if (must_end && self_record) {
+            end_self();
+        }
+    }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+};
+
+// --- The table; the caller holds the lock --------------------------------------------------------
+
+void release(Thread *thread) {
+    if (--thread->references == 0) {
+        std::free(thread);
+    }
+}
+
+void add(Thread *thread) {
+    do {
+        thread->id = ++threads().last_id;
+    } while (thread->id == 0);
+    Thread *&chain = threads().table[thread->id % chains];
+    thread->next = chain;
+    chain = thread;
+    thread->in_table = true;
+    ++thread->references;
+}
+
+Thread *find(uint32_t id) {
+    Thread *thread = threads().table[id % chains];
+    while (thread && thread->id != id) {
+        thread = thread->next;
+    }
+    return id == 0 ? nullptr : thread;
+}
+
+void unlink_ended(Thread *thread) {
+    Thread *previous = nullptr;
+    for (Thread *at = threads().oldest_ended; at; previous = at, at = at->newer) {
+        if (at == thread) {
+            (previous ? previous->newer : threads().oldest_ended) = at->newer;
+            if (threads().newest_ended == at) {
+                threads().newest_ended = previous;
+            }
+            --threads().ended_count;
+            return;
+        }
+    }
+}
+
+void remove(Thread *thread) {
+    if (!thread->in_table) {
+        return;
+    }
+    Thread **link = &threads().table[thread->id % chains];
+    while (*link != thread) {
+        link = &(*link)->next;
+    }
+    *link = thread->next;
+    thread->in_table = false;
+    if (!thread->running) {
+        unlink_ended(thread);
+    }
+    release(thread);
+}
+
+void keep_ended(Thread *thread) {
+    Threads &all = threads();
+    thread->newer = nullptr;
+    (all.newest_ended ? all.newest_ended->newer : all.oldest_ended) = thread;
+    all.newest_ended = thread;
+    if (++all.ended_count > max_ended) {
+        remove(all.oldest_ended);
+    }
+}
+
+// --- A thread's life -----------------------------------------------------------------------------
+
+void thread_ended(Thread *thread) {
+    const Lock lock;
+    thread->running = false;
+    if (thread->started && !thread->detached) {
+        keep_ended(thread);
+    } else {
+        remove(thread);
+    }
+    pthread_cond_broadcast(&threads().ended);
+    release(thread);
+}
+
+// Marks the end of the thread however its entry is left, forced unwinding included.
+struct EndOfThread {
+    Thread *thread;
+    ~EndOfThread() {
+        self_record = nullptr;  // from here on it cannot be terminated
+        thread_ended(thread);
+    }
+};
+
+// Priorities count from the one the process was given.
+int nice_of(int32_t priority) {
+    static const int base = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+    return std::clamp(base - priority, -20, 19);
+}
+
+// Raising a priority needs rights that most users lack: then the system's share stays as it is.
+void apply_priority(const Thread *thread) {
+    if (thread->system_id != 0) {
+        setpriority(PRIO_PROCESS, static_cast<id_t>(thread->system_id), nice_of(thread->priority));
+    }
+}
+
+void enter_record(Thread *thread) {
+    self_record = thread;
+    self_id = thread->id;
+    thread->handle = pthread_self();
+    thread->system_id = syscall(SYS_gettid);
+}
+
+void *run_thread(void *argument) {
+    auto *thread = static_cast<Thread *>(argument);
+    const EndOfThread end{thread};
+    if (sigsetjmp(thread->end, 1) == 0) {
+        {
+            const Lock lock;
+            enter_record(thread);
+            apply_priority(thread);
+        }
+        thread->exit_code = thread->entry(thread->argument);
+    }
+    return nullptr;
+}
+
+// The record of a thread that somebody else started, made when it first asks who it is.
+Thread *adopt_self() {
+    static pthread_key_t key = [] {
+        pthread_key_t made;
+        pthread_key_create(&made, [](void *thread) {
+            self_record = nullptr;
+            thread_ended(static_cast<Thread *>(thread));
+        });
+        return made;
+    }();
+    auto *thread = static_cast<Thread *>(std::calloc(1, sizeof(Thread)));
+    if (!thread) {
+        return nullptr;
+    }
+    thread->running = true;
+    thread->references = 1;
+    {
+        const Lock lock;
+        add(thread);
+        enter_record(thread);
+    }
+    pthread_setspecific(key, thread);
+    return thread;
+}
+
+// Threads with less would not survive a signal's frame.
+constexpr size_t smallest_stack = 256 * 1024;
+
+int start(Thread *thread, size_t stack_size) {
+    pthread_attr_t attributes;
+    int result = pthread_attr_init(&attributes);
+    if (result != 0) {
+        return result;
+    }
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    if (stack_size != 0) {
+        const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        const size_t wanted = std::max(stack_size, smallest_stack);
+        result = wanted > PTRDIFF_MAX - page
+                     ? EAGAIN
+                     : pthread_attr_setstacksize(&attributes, (wanted + page - 1) / page * page);
+    }
+    if (result == 0) {
+        pthread_t handle;
+        result = pthread_create(&handle, &attributes, run_thread, thread);
+    }
+    pthread_attr_destroy(&attributes);
+    return result;
+}
+
+}  // namespace
+
+uint32_t thread_start(ThreadEntry entry, void *argument, size_t stack_size, uint32_t *id) noexcept {
+    if (id) {
+        *id = 0;
+    }
+    auto *thread = static_cast<Thread *>(std::calloc(1, sizeof(Thread)));
+    if (!thread) {
+        return ENOMEM;
+    }
+    thread->started = thread->running = true;
+    thread->references = 1;
+    thread->entry = entry;
+    thread->argument = argument;
+    {
+        const Lock lock;
+        add(thread);
+        if (id) {
+            *id = thread->id;  // before the thread runs, so that it may read it
+        }
+    }
+    const int result = start(thread, stack_size);
+    if (result != 0) {
+        const Lock lock;
+        if (id) {
+            *id = 0;
+        }
+        remove(thread);
+        release(thread);
+    }
+    return static_cast<uint32_t>(result);
+}
+
+uint32_t thread_self() noexcept {
+    if (self_id == 0) {
+        adopt_self();
+    }
+    return self_id;
+}
+
+bool thread_join(uint32_t id, uint32_t *exit_code) noexcept {
+    const Lock lock;
+    Thread *thread = find(id);
+    if (!thread || thread == self_record) {
+        return false;
+    }
+    ++thread->references;
+    while (thread->running) {
+        pthread_cond_wait(&threads().ended, &threads().mutex);
+    }
+    if (exit_code) {
+        *exit_code = thread->exit_code;
+    }
+    remove(thread);
+    release(thread);
+    return true;
+}
+
+bool thread_detach(uint32_t id) noexcept {
+    const Lock lock;
+    Thread *thread = find(id);
+    if (!thread) {
+        return false;
+    }
+    thread->detached = true;
+    if (!thread->running) {
+        remove(thread);
+    }
+    return true;
+}
+
+void thread_exit(uint32_t status) noexcept {
+    Thread *thread = self_record;
+    if (thread && thread->started) {
+        thread->exit_code = status;
+        end_self();
+    }
+}
+
+namespace {
+
+// The last but one real-time signal, which neither the C library nor debuggers use.
+int terminate_signal() {
+    return SIGRTMAX - 1;
+}
+
+void on_terminate(int) {
+    if (!self_record || !self_record->started) {
+        return;
+    }
+    if (holds_lock) {
+        must_end = 1;
+    } else {
+        end_self();
+    }
+}
+
+}  // namespace
+
+bool thread_terminate(uint32_t id) noexcept {
+    static const bool installed = [] {
+        struct sigaction action {};
+        action.sa_handler = on_terminate;
+        sigemptyset(&action.sa_mask);
+        return sigaction(terminate_signal(), &action, nullptr) == 0;
+    }();
+    const Lock lock;
+    Thread *thread = find(id);
+    if (!installed || !thread || !thread->started || !thread->running || thread->system_id == 0 ||
+        thread == self_record) {
+        return false;
+    }
+    return pthread_kill(thread->handle, terminate_signal()) == 0;
+}
+
+void thread_sleep(double ms) noexcept {
+    timespec end;
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    const double seconds = std::clamp(ms / 1e3, 0.0, 1e9);
+    const auto whole = static_cast<time_t>(seconds);
+    end.tv_sec += whole;
+    end.tv_nsec += static_cast<long>((seconds - static_cast<double>(whole)) * 1e9);
+    if (end.tv_nsec >= 1000000000) {
+        end.tv_nsec -= 1000000000;
+        ++end.tv_sec;
+    }
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR) {
+    }
+}
+
+void thread_set_priority(uint32_t id, int32_t priority) noexcept {
+    const Lock lock;
+    if (Thread *thread = find(id)) {
+        thread->priority = std::clamp(priority, -15, 15);
+        if (thread->running) {
+            apply_priority(thread);
+        }
+    }
+}
+
+int32_t thread_priority(uint32_t id) noexcept {
+    const Lock lock;
+    const Thread *thread = find(id);
+    return thread ? thread->priority : 0;
+}
+
+void thread_flush_denormals() noexcept {
+#if defined(__x86_64__)
+    _mm_setcsr(_mm_getcsr() | (1u << 15) | (1u << 6));  // flush to zero, denormals are zero
+#elif defined(__aarch64__)
+    uint64_t control;
+    asm volatile("mrs %0, fpcr" : "=r"(control));
+    asm volatile("msr fpcr, %0" : : "r"(control | (uint64_t{1} << 24)));  // both in one bit
+#endif
+}
+
+uint32_t processor_count() noexcept {
+    const long count = sysconf(_SC_NPROCESSORS_ONLN);
+    return count < 1 ? 1 : static_cast<uint32_t>(count);
+}
+
+void *stack_base() noexcept {
+    thread_local void *base = nullptr;
+    if (!base) {
+        pthread_attr_t attributes;
+        if (pthread_getattr_np(pthread_self(), &attributes) == 0) {
+            size_t size;
+            if (pthread_attr_getstack(&attributes, &base, &size) != 0) {
+                base = nullptr;
+            }
+            pthread_attr_destroy(&attributes);
+        }
+    }
+    return base;
+}
+
+// --- Slots ---------------------------------------------------------------------------------------
+
+struct ThreadSlot {
+    pthread_key_t key;
+};
+
+ThreadSlot *slot_create(void (*destructor)(void *value)) noexcept {
+    auto *slot = static_cast<ThreadSlot *>(std::malloc(sizeof(ThreadSlot)));
+    if (slot && pthread_key_create(&slot->key, destructor) != 0) {
+        std::free(slot);
+        slot = nullptr;
+    }
+    return slot;
+}
+
+void slot_delete(ThreadSlot *slot) noexcept {
+    if (slot) {
+        pthread_key_delete(slot->key);
+        std::free(slot);
+    }
+}
+
+void *slot_get(ThreadSlot *slot) noexcept {
+    return pthread_getspecific(slot->key);
+}
+
+bool slot_set(ThreadSlot *slot, void *value) noexcept {
+    return pthread_setspecific(slot->key, value) == 0;
+}
+
+}  // namespace kiv::platform
