@@ -17,8 +17,10 @@
 /* Marks what the executable offers to modules, and what a module offers to the executable. */
 #if defined(__GNUC__) || defined(__clang__)
 #define KIV_EXPORT __attribute__((visibility("default")))
+#define KIV_MODULE_EXPORT __attribute__((visibility("default")))
 #else
 #define KIV_EXPORT
+#define KIV_MODULE_EXPORT
 #endif
 
 #if defined(__GNUC__) || defined(__clang__)
