@@ -134,10 +134,20 @@ struct ListWalk {
     ListWalk *outer = nullptr;
     bool known = false;  // false in a read-only list, which nobody changes
 };
-// Both take the lock themselves.
-void walk_begin(ListWalk &walk, Linklist *list) noexcept;
-void walk_end(ListWalk &walk) noexcept;
-void walk_forget(const ListWalk &walk) noexcept;  // out of the list's chain; under its lock
+
+// Stands among a list's iterations without being one: it learns whether the list outlives a call
+// out. A read-only list cannot tell.
+class ListWitness {
+  public:
+    explicit ListWitness(Linklist *list) noexcept;
+    ~ListWitness();
+    ListWitness(const ListWitness &) = delete;
+    ListWitness &operator=(const ListWitness &) = delete;
+    bool list_lives() const noexcept { return walk_.list != nullptr; }
+
+  private:
+    ListWalk walk_;
+};
 
 // linklist_funall that tells whether the list outlived its callbacks.
 bool linklist_funall_outlived(Linklist *list, LinklistFunction function, void *arg) noexcept;

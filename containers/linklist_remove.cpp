@@ -10,8 +10,7 @@
 //
 // Items are freed after the lock is released, because freeing an object calls out; so an object may
 // use the list, or even free it, while it is freed by it.
-#include <kiv/object.h>
-
+#include "containers/free_nested.h"
 #include "containers/internal.h"
 #include "containers/linklist_record.h"
 
@@ -165,7 +164,7 @@ void released_free(const Released &released) noexcept {
     if (released.memory) {
         sysmem_freeptr(released.item);
     } else {
-        freeobject(released.item);
+        free_nested(released.item);
     }
 }
 
@@ -185,29 +184,21 @@ void linklist_clear(Linklist *list) noexcept {
     if (!list) {
         return;
     }
-    // A bystander among the iterations: it learns whether the list outlives its items.
-    ListWalk bystander;
-    bystander.list = list;
+    ListWitness witness(list);
     LinklistElement *first;
     bool memory;
     {
         ListLock lock(list, Access::change);
         first = detach_all(list);
         memory = (list->flags & ContainerMemory) != 0;
-        if (!first) {
-            return;
-        }
-        bystander.outer = list->walks;
-        list->walks = &bystander;
     }
     for (LinklistElement *element = first; element; element = element->next) {
         const Released released{element->item, memory};
         element->item = nullptr;
         released_free(released);
     }
-    if (bystander.list) {
+    if (first && witness.list_lives()) {
         ListLock lock(list, Access::change);
-        walk_forget(bystander);
         if (list->depth.load() != 0) {
             first->previous = list->orphans;
             list->orphans = first;

@@ -17,6 +17,65 @@ namespace {
 
 enum class WalkEnd { finished, stopped, list_gone };
 
+// Joins the list's chain of iterations and leaves it, under the lock. Threads may iterate over a
+// read-only list together, without a lock to guard the chain; nobody changes such a list.
+void walk_enter(ListWalk &walk) noexcept {
+    if (!walk.list->readonly) {
+        walk.known = true;
+        walk.outer = walk.list->walks;
+        walk.list->walks = &walk;
+    }
+}
+
+void walk_leave(const ListWalk &walk) noexcept {
+    if (!walk.known) {
+        return;
+    }
+    for (ListWalk **link = &walk.list->walks; *link; link = &(*link)->outer) {
+        if (*link == &walk) {
+            *link = walk.outer;
+            return;
+        }
+    }
+}
+
+void walk_begin(ListWalk &walk, Linklist *list) noexcept {
+    ListLock lock(list, Access::change);
+    walk.list = list;
+    walk.next = list->head;
+    walk.enclosing = list->current.load(std::memory_order_relaxed);
+    walk_enter(walk);
+    list->depth.fetch_add(1);
+}
+
+// Unlinks what was deleted while the iterations ran. Under the lock.
+void purge(Linklist *list) noexcept {
+    orphans_free(list);
+    if (!list->purge_pending) {
+        return;
+    }
+    list->purge_pending = 0;
+    LinklistElement *next;
+    for (LinklistElement *element = list->head; element; element = next) {
+        next = element->next;
+        if (element->pending) {
+            element_unlink(list, element);
+            element_free(list, element);
+        }
+    }
+}
+
+void walk_end(ListWalk &walk) noexcept {
+    Linklist *list = walk.list;
+    ListLock lock(list, Access::change);
+    walk_leave(walk);
+    list->current.store(walk.enclosing, std::memory_order_relaxed);
+    if (list->depth.fetch_sub(1) == 1 && !list->readonly) {
+        list->current = nullptr;
+        purge(list);
+    }
+}
+
 // Calls visit(item, walk) for each item in order, without the lock, until it answers true.
 template <class Visit>
 WalkEnd walk_all(Linklist *list, Visit visit) noexcept {
@@ -46,23 +105,6 @@ WalkEnd walk_all(Linklist *list, Visit visit) noexcept {
     }
     walk_end(walk);
     return stop ? WalkEnd::stopped : WalkEnd::finished;
-}
-
-// Unlinks what was deleted while the iterations ran. Under the lock.
-void purge(Linklist *list) noexcept {
-    orphans_free(list);
-    if (!list->purge_pending) {
-        return;
-    }
-    list->purge_pending = 0;
-    LinklistElement *next;
-    for (LinklistElement *element = list->head; element; element = next) {
-        next = element->next;
-        if (element->pending) {
-            element_unlink(list, element);
-            element_free(list, element);
-        }
-    }
 }
 
 // Removes the element that a walk is visiting, if it is still there.
@@ -96,39 +138,16 @@ struct MessageArguments {
 
 }  // namespace
 
-void walk_begin(ListWalk &walk, Linklist *list) noexcept {
+ListWitness::ListWitness(Linklist *list) noexcept {
     ListLock lock(list, Access::change);
-    walk.list = list;
-    walk.next = list->head;
-    walk.enclosing = list->current.load(std::memory_order_relaxed);
-    // Threads may iterate over a read-only list together, without a lock to guard the chain.
-    if (!list->readonly) {
-        walk.known = true;
-        walk.outer = list->walks;
-        list->walks = &walk;
-    }
-    list->depth.fetch_add(1);
+    walk_.list = list;
+    walk_enter(walk_);
 }
 
-void walk_forget(const ListWalk &walk) noexcept {
-    for (ListWalk **link = &walk.list->walks; *link; link = &(*link)->outer) {
-        if (*link == &walk) {
-            *link = walk.outer;
-            return;
-        }
-    }
-}
-
-void walk_end(ListWalk &walk) noexcept {
-    Linklist *list = walk.list;
-    ListLock lock(list, Access::change);
-    if (walk.known) {
-        walk_forget(walk);
-    }
-    list->current.store(walk.enclosing, std::memory_order_relaxed);
-    if (list->depth.fetch_sub(1) == 1 && !list->readonly) {
-        list->current = nullptr;
-        purge(list);
+ListWitness::~ListWitness() {
+    if (walk_.list) {
+        ListLock lock(walk_.list, Access::change);
+        walk_leave(walk_);
     }
 }
 
