@@ -46,7 +46,7 @@ Atom atom_of(double value) {
 template <class Value>
 void call_outgoing(Inlet *inlet, Value value) {
     if (inlet->method != no_method) {
-        reinterpret_cast<void *(*)(void *, Value)>(inlet->method)(inlet->receiver, value);
+        call_method(inlet->incoming->name, inlet->method, inlet->receiver, value);
     } else {
         Atom atom = atom_of(value);
         hand_on(inlet, 1, &atom);
@@ -66,7 +66,7 @@ void inlet_bang(Inlet *inlet) noexcept {
     } else if (inlet->incoming != "bang"_sym) {
         object_error(inlet->owner, "inlet: bang: wrong message %s", incoming_name(inlet));
     } else if (inlet->method != no_method) {
-        reinterpret_cast<void *(*)(void *)>(inlet->method)(inlet->receiver);
+        call_bang(inlet->method, inlet->receiver);
     } else {
         hand_on(inlet, 0, nullptr);
     }
@@ -113,8 +113,7 @@ void inlet_list(Inlet *inlet, Symbol *, int32_t argc, Atom *argv) noexcept {
     } else if (inlet->incoming != "list"_sym) {
         object_error(inlet->owner, "inlet: list: wrong message or type");
     } else if (inlet->method != no_method) {
-        reinterpret_cast<void *(*)(void *, Symbol *, int32_t, Atom *)>(inlet->method)(
-            inlet->receiver, inlet->outgoing, argc, argv);
+        call_list(inlet->method, inlet->receiver, inlet->outgoing, argc, argv);
     } else {
         hand_on(inlet, argc, argv);
     }

@@ -7,6 +7,7 @@
 
 #include <atomic>
 
+#include "kernel/dispatch_call.h"
 #include "kernel/internal.h"
 #include "platform/platform.h"
 
@@ -146,8 +147,8 @@ Class *outlet_class() noexcept;
 Class *inlet_class() noexcept;
 Class *proxy_class() noexcept;
 Class *connection_class() noexcept;
-// A class of the kernel whose instances have no extension record, take no attribute messages and
-// give their memory to memory_retire.
+// A class of the kernel whose instances take no attribute messages and give their memory to
+// memory_retire.
 Class *message_class_new(const char *name, Method free_function, size_t size) noexcept;
 
 inline bool is_outlet(const void *x) noexcept {
@@ -168,6 +169,31 @@ void free_lines(Object *owner, void *end) noexcept;
 // --- Deliveries (outlet_deliver.cpp)
 // --------------------------------------------------------------
 
+// Calls a method as a function of exactly these arguments; what it throws ends here.
+template <class... Arguments>
+KIV_CALLS_ANY_TYPE inline void *call_method(const char *selector, Method method, Object *x,
+                                            Arguments... arguments) noexcept {
+    try {
+        return reinterpret_cast<void *(*)(void *, Arguments...)>(method)(x, arguments...);
+    } catch (...) {
+        report_exception(gensym(selector));
+        return nullptr;
+    }
+}
+inline void call_bang(Method method, Object *x) noexcept {
+    call_method("bang", method, x);
+}
+inline void call_int(Method method, Object *x, int64_t value) noexcept {
+    call_method("int", method, x, value);
+}
+inline void call_float(Method method, Object *x, double value) noexcept {
+    call_method("float", method, x, value);
+}
+inline void call_list(Method method, Object *x, Symbol *selector, int32_t argc,
+                      Atom *argv) noexcept {
+    call_method("list", method, x, selector, argc, argv);
+}
+
 // The method of `x` for `selector` when it can be called as a message of `kind` is ("bang" with
 // nothing, "int" with a 64-bit integer, "float" with a double, "list" as a type-8 method; a method
 // of any other kind with nothing known of it); else no_method.
@@ -179,7 +205,6 @@ bool deliver_int(Object *x, int64_t value) noexcept;
 bool deliver_float(Object *x, double value) noexcept;
 bool deliver_anything(Object *x, Symbol *selector, int32_t argc, Atom *argv) noexcept;
 void report_not_understood(Object *x, const Symbol *selector) noexcept;
-void report_thrown(Object *x, const Symbol *selector) noexcept;
 
 // --- Connections (outlet_connect.cpp)
 // -------------------------------------------------------------

@@ -61,7 +61,7 @@ bool refused(const Outlet *outlet, const SendState *state) {
 }
 
 // Serves every connection of an outlet: deliver(connection, receiver) for each receiver, after its
-// monitors were told. What a receiver throws ends with its delivery.
+// monitors were told.
 template <class Deliver>
 inline void *send(Outlet *outlet, Symbol *selector, int32_t argc, Atom *argv, Deliver deliver) {
     if (!outlet || (outlet->flags & OutletSilenced)) {
@@ -81,14 +81,10 @@ inline void *send(Outlet *outlet, Symbol *selector, int32_t argc, Atom *argv, De
         if (!receiver) {
             continue;
         }
-        try {
-            if (c->monitor.load(std::memory_order_relaxed) & 1) {
-                monitors_tell(c, receiver, selector, argc, argv);
-            }
-            deliver(c, receiver);
-        } catch (...) {
-            report_thrown(receiver, selector);
+        if (c->monitor.load(std::memory_order_relaxed) & 1) {
+            monitors_tell(c, receiver, selector, argc, argv);
         }
+        deliver(c, receiver);
         if (now.cut_short()) {
             return nullptr;
         }
@@ -118,8 +114,7 @@ void *send_list(Outlet *outlet, int32_t argc, Atom *argv) {
         const Method cached = cached_method(outlet, c, list);
         if (cached != no_method) {
             if (argc > 0) {
-                reinterpret_cast<void *(*)(void *, Symbol *, int32_t, Atom *)>(cached)(
-                    receiver, list, argc, argv);
+                call_list(cached, receiver, list, argc, argv);
             }
             return;
         }
@@ -141,7 +136,7 @@ void *outlet_bang(Outlet *outlet) noexcept {
     return send(outlet, bang, 0, nullptr, [=](const Connection *c, Object *receiver) {
         const Method cached = cached_method(outlet, c, bang);
         if (cached != no_method) {
-            reinterpret_cast<void *(*)(void *)>(cached)(receiver);
+            call_bang(cached, receiver);
         } else {
             deliver_loud(receiver, bang, deliver_bang);
         }
@@ -156,7 +151,7 @@ void *outlet_int(Outlet *outlet, int64_t value) noexcept {
     return send(outlet, kind, 1, &atom, [=](const Connection *c, Object *receiver) {
         const Method cached = cached_method(outlet, c, kind);
         if (cached != no_method) {
-            reinterpret_cast<void *(*)(void *, int64_t)>(cached)(receiver, value);
+            call_int(cached, receiver, value);
         } else {
             deliver_loud(receiver, kind, [=](Object *x) { return deliver_int(x, value); });
         }
@@ -171,7 +166,7 @@ void *outlet_float(Outlet *outlet, double value) noexcept {
     return send(outlet, kind, 1, &atom, [=](const Connection *c, Object *receiver) {
         const Method cached = cached_method(outlet, c, kind);
         if (cached != no_method) {
-            reinterpret_cast<void *(*)(void *, double)>(cached)(receiver, value);
+            call_float(cached, receiver, value);
         } else {
             deliver_loud(receiver, kind, [=](Object *x) { return deliver_float(x, value); });
         }

@@ -310,7 +310,7 @@ bool connect(Outlet *outlet, Object *receiver, int depth) {
 bool accepts_type(Object *x, Symbol *type) noexcept {
     const Method checkin = zgetfn(x, "checkin"_sym);
     if (checkin && checkin != no_method) {
-        return reinterpret_cast<void *(*)(void *, Symbol *)>(checkin)(x, type) == nullptr;
+        return call_method("checkin", checkin, x, type) == nullptr;
     }
     const bool number_or_list = type == "int"_sym || type == "float"_sym || type == "list"_sym;
     return object_find_method(x, type) || object_find_method(x, "anything"_sym) ||

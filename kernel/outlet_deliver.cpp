@@ -23,13 +23,6 @@ bool takes_list(const MethodRecord *method) {
     return method->types[0] == TypeGimme;
 }
 
-void call_int(Object *x, const MethodRecord *method, int64_t value) {
-    reinterpret_cast<void *(*)(void *, int64_t)>(method->function)(x, value);
-}
-void call_float(Object *x, const MethodRecord *method, double value) {
-    reinterpret_cast<void *(*)(void *, double)>(method->function)(x, value);
-}
-
 bool deliver_typed(Object *x, Symbol *selector, int32_t argc, Atom *argv) {
     const MethodRecord *method = typed_method(x, selector);
     if (method) {
@@ -89,7 +82,7 @@ Method direct_method(Object *x, Symbol *selector, const Symbol *kind) noexcept {
 bool deliver_bang(Object *x) noexcept {
     const MethodRecord *method = object_find_method(x, "bang"_sym);
     if (method && method->types[0] == TypeNothing) {
-        reinterpret_cast<void *(*)(void *)>(method->function)(x);
+        call_bang(method->function, x);
         return true;
     }
     return deliver_typed(x, "bang"_sym, 0, nullptr);
@@ -98,12 +91,12 @@ bool deliver_bang(Object *x) noexcept {
 bool deliver_int(Object *x, int64_t value) noexcept {
     const MethodRecord *method = object_find_method(x, "int"_sym);
     if (method && takes_int(method)) {
-        call_int(x, method, value);
+        call_int(method->function, x, value);
         return true;
     }
     const MethodRecord *other = method ? nullptr : object_find_method(x, "float"_sym);
     if (other && takes_float(other)) {
-        call_float(x, other, static_cast<double>(value));
+        call_float(other->function, x, static_cast<double>(value));
         return true;
     }
     Atom atom;
@@ -115,12 +108,12 @@ bool deliver_int(Object *x, int64_t value) noexcept {
 bool deliver_float(Object *x, double value) noexcept {
     const MethodRecord *method = object_find_method(x, "float"_sym);
     if (method && takes_float(method)) {
-        call_float(x, method, value);
+        call_float(method->function, x, value);
         return true;
     }
     const MethodRecord *other = method ? nullptr : object_find_method(x, "int"_sym);
     if (other && takes_int(other)) {
-        call_int(x, other, long_from_double(value));
+        call_int(other->function, x, long_from_double(value));
         return true;
     }
     Atom atom;
@@ -139,8 +132,7 @@ void list_deliver(Object *x, int32_t argc, Atom *argv) noexcept {
     }
     const MethodRecord *method = object_find_method(x, "list"_sym);
     if (method && takes_list(method)) {
-        reinterpret_cast<void *(*)(void *, Symbol *, int32_t, Atom *)>(method->function)(
-            x, "list"_sym, argc, argv);
+        call_list(method->function, x, "list"_sym, argc, argv);
     } else if (method || list_wanted_whole(x)) {
         if (!deliver_typed(x, "list"_sym, argc, argv)) {
             report_not_understood(x, "list"_sym);
@@ -152,10 +144,6 @@ void list_deliver(Object *x, int32_t argc, Atom *argv) noexcept {
 
 void report_not_understood(Object *x, const Symbol *selector) noexcept {
     object_error(x, "doesn't understand \"%s\"", selector->name);
-}
-
-void report_thrown(Object *x, const Symbol *selector) noexcept {
-    object_error(object_valid(x) ? x : nullptr, "%s: uncaught exception", selector->name);
 }
 
 }  // namespace kiv

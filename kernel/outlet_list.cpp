@@ -46,7 +46,6 @@ Class *message_class_new(const char *name, Method free_function, size_t size) no
     Class *c = class_new(name, nullptr, free_function, static_cast<int32_t>(size), nullptr, 0);
     if (c) {
         c->flags |= ClassNoAttrMessages | ClassRetired;
-        class_obexoffset_set(c, -1);
     }
     return c;
 }
@@ -66,6 +65,7 @@ Class *connection_class() noexcept {
         Class *c = message_class_new("connection", nullptr, sizeof(Connection));
         if (c) {
             c->lightweight = 1;
+            class_obexoffset_set(c, -1);
         }
         class_register(nullptr, c);
         return c;
@@ -93,7 +93,7 @@ void free_lines(Object *owner, void *end) noexcept {
     void *patcher = object_attr_getobj(box ? box : owner, "patcher"_sym);
     const Method method = patcher ? zgetfn(patcher, "freelinesconnectedto"_sym) : nullptr;
     if (method && method != no_method) {
-        reinterpret_cast<void *(*)(void *, void *)>(method)(patcher, end);
+        call_method("freelinesconnectedto", method, static_cast<Object *>(patcher), end);
     }
 }
 
@@ -200,6 +200,6 @@ void outlet_notify(Outlet *outlet) noexcept {
     Object *owner = is_outlet(outlet) ? outlet->owner.load() : nullptr;
     const Method method = owner ? zgetfn(owner, "userconnect"_sym) : nullptr;
     if (method && method != no_method) {
-        reinterpret_cast<void *(*)(void *, void *)>(method)(owner, outlet);
+        call_method("userconnect", method, owner, outlet);
     }
 }

@@ -48,9 +48,8 @@ void *tell(void *key, void *argument) {
     const auto *message = static_cast<const Message *>(argument);
     const Method method = object_valid(key) ? zgetfn(key, "monitormessage"_sym) : nullptr;
     if (method && method != no_method) {
-        reinterpret_cast<void *(*)(void *, Object *, Object *, Symbol *, int32_t, Atom *)>(method)(
-            key, message->receiver, message->sender, message->selector, message->argc,
-            message->argv);
+        call_method("monitormessage", method, static_cast<Object *>(key), message->receiver,
+                    message->sender, message->selector, message->argc, message->argv);
     }
     return nullptr;
 }

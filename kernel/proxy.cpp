@@ -60,7 +60,7 @@ void proxy_bang(Proxy *proxy) {
         if (!proxy->bang_method) {
             return deliver_bang(owner);
         }
-        reinterpret_cast<void *(*)(void *)>(proxy->bang_method)(owner);
+        call_bang(proxy->bang_method, owner);
         return true;
     });
 }
@@ -70,7 +70,7 @@ void proxy_int(Proxy *proxy, int64_t value) {
         if (!proxy->int_method) {
             return deliver_int(owner, value);
         }
-        reinterpret_cast<void *(*)(void *, int64_t)>(proxy->int_method)(owner, value);
+        call_int(proxy->int_method, owner, value);
         return true;
     });
 }
@@ -80,7 +80,7 @@ void proxy_float(Proxy *proxy, double value) {
         if (!proxy->float_method) {
             return deliver_float(owner, value);
         }
-        reinterpret_cast<void *(*)(void *, double)>(proxy->float_method)(owner, value);
+        call_float(proxy->float_method, owner, value);
         return true;
     });
 }
@@ -90,8 +90,7 @@ void proxy_list(Proxy *proxy, Symbol *, int32_t argc, Atom *argv) {
         if (!proxy->list_method) {
             return deliver_anything(owner, "list"_sym, argc, argv);
         }
-        reinterpret_cast<void *(*)(void *, Symbol *, int32_t, Atom *)>(proxy->list_method)(
-            owner, "list"_sym, argc, argv);
+        call_list(proxy->list_method, owner, "list"_sym, argc, argv);
         return true;
     });
 }
