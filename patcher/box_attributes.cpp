@@ -136,32 +136,6 @@ ErrorCode set_var_name(void *x, void *, int32_t argc, Atom *argv) noexcept {
     return ErrorNone;
 }
 
-// "orderbefore" names the box to stand before by its id; "orderfront" puts the box last, in front
-// of all others.
-ErrorCode set_order_before(void *x, void *, int32_t argc, Atom *argv) noexcept {
-    BoxState *part = self(x)->state;
-    if (!part || !part->patcher || argc < 1 || !argv || argv->type != TypeSymbol) {
-        return ErrorGeneric;
-    }
-    Jbox *before = patcher_box_by_id(part->patcher, argv->value.sym);
-    if (!before) {
-        return ErrorGeneric;
-    }
-    patcher_move_box(part->patcher, self(x), before);
-    return ErrorNone;
-}
-
-ErrorCode set_order_front(void *x, void *, int32_t argc, Atom *argv) noexcept {
-    BoxState *part = self(x)->state;
-    if (!part || !part->patcher || argc < 1 || !argv) {
-        return ErrorGeneric;
-    }
-    if (atom_getlong(argv)) {
-        patcher_move_box(part->patcher, self(x), nullptr);
-    }
-    return ErrorNone;
-}
-
 // Applied to a new box in this order.
 constexpr Field document_fields[] = {
     {"rect", "float64", nullptr, set_rect<&BoxState::patching_rect>},  // of older documents
@@ -191,8 +165,8 @@ constexpr Field document_fields[] = {
     saved_field<&BoxState::annotation>("annotation", "symbol"),
     saved_field<&BoxState::hint_track>("hinttrack", "char"),
     saved_field<&BoxState::prototype_name>("prototypename", "symbol"),
-    {"orderbefore", "symbol", nullptr, set_order_before},
-    {"orderfront", "char", nullptr, set_order_front},
+    {"orderbefore", "symbol", nullptr, nullptr},  // see jbox_new
+    {"orderfront", "char", nullptr, nullptr},
     saved_field<&BoxState::fixed_width>("fixwidth", "float64"),
     saved_field<&BoxState::line_count>("linecount", "long"),
     saved_field<&BoxState::presentation_line_count>("presentation_linecount", "long"),

@@ -243,8 +243,6 @@ struct Patchline {
     bool connected = false;
     // The later a connection was made, the greater its stamp, and the earlier its outlet serves it.
     int64_t stamp = 0;
-    double start_point[2] = {0., 0.};
-    double end_point[2] = {0., 0.};
     Vector<double> midpoints;  // x/y pairs
     uint8_t hidden = 0;
     uint8_t disabled = 0;
@@ -349,11 +347,21 @@ int32_t box_outlet_count(Jbox *box) noexcept;
 // null) tells whether the objects are connected.
 Patchline *patcher_connect(Patcher *patcher, Jbox *box1, int32_t outlet, Jbox *box2, int32_t inlet,
                            bool *connected) noexcept;
+// The two steps of it: a cord at the end of the patcher's list, and its connection, newest first.
+Patchline *patcher_add_line(Patcher *patcher, Jbox *box1, int32_t outlet, Jbox *box2,
+                            int32_t inlet) noexcept;
+bool line_connect(Patchline *line) noexcept;
+// Connects the cords of one outlet anew, in the order of their stamps.
+void patcher_relink(Patcher *patcher, Jbox *box1, int32_t outlet) noexcept;
 Patchline *patcher_find_line(Patcher *patcher, Jbox *box1, int32_t outlet, Jbox *box2,
                              int32_t inlet) noexcept;
 // Disconnects and frees a cord of a patcher.
 void patcher_delete_line(Patcher *patcher, Patchline *line) noexcept;
 void patcher_delete_lines_of(Patcher *patcher, Jbox *box) noexcept;
+// Disconnects the cords at a box whose object goes away, and connects those that can be connected
+// again once the box has an object; the cords stay.
+void patcher_detach_lines(Patcher *patcher, Jbox *box) noexcept;
+void patcher_attach_lines(Patcher *patcher, Jbox *box) noexcept;
 
 // --- Ports of a subpatcher (patcher_ports.cpp) ---------------------------------------------------
 
