@@ -1,0 +1,591 @@
+// The JSON reader.
+//
+// A table (json_table.cpp) decides, byte by byte, what follows what; runs of plain string bytes,
+// blanks and digits are taken at once. Open containers are a stack on the heap, not recursion.
+//
+// Values wait on one shared stack of atoms: a dictionary's value until the "," or "}" after it, an
+// array's until its "]". What is neither finished nor stored when an error occurs is freed with the
+// parser. Line and character of an error are counted only once it has occurred.
+//
+// Decisions about values: true and false are the integers 1 and 0; null is an atom of type 0;
+// integers beyond 64 bits become floats; strings too long for a symbol stay string objects; of keys
+// that occur twice the last value stands, in the place of the first; half a surrogate pair is
+// U+FFFD.
+#include <kiv/class.h>
+#include <kiv/console.h>
+#include <kiv/object.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <limits>
+#include <string_view>
+#include <utility>
+
+#include "containers/families.h"
+#include "containers/json.h"
+#include "containers/values.h"
+
+namespace kiv {
+
+namespace {
+
+// One open container.
+struct StackEntry {
+    Object ob;
+    Dictionary *dictionary;  // null for an array
+    Symbol *key;             // of the value that comes next, or null
+    size_t first;            // where its waiting values begin
+    StackEntry *below;
+};
+
+struct {
+    Class *reader_class = nullptr;
+    Class *entry_class = nullptr;
+} state;
+
+uint8_t class_of_byte(char c) noexcept {
+    return json_classes[static_cast<unsigned char>(c)];
+}
+
+class Parser {
+  public:
+    explicit Parser(std::string_view text) noexcept
+        : text_(text), at_(text.data()), end_(text.data() + text.size()) {}
+    ~Parser();
+    Parser(const Parser &) = delete;
+    Parser &operator=(const Parser &) = delete;
+
+    // The finished value, which is the caller's; null after a failure.
+    Object *run();
+    bool fail(int error_state) noexcept;
+    bool fail(const char *message) noexcept;
+    JsonFailure failure() const noexcept;
+
+  private:
+    bool step();
+    void take_run() noexcept;
+    bool act(uint8_t action);
+    bool finish();
+
+    bool open(bool dictionary);
+    bool close(bool dictionary, bool empty);
+    bool store_value();
+    bool add(Atom atom);
+
+    void begin_string() noexcept;
+    bool end_string();
+    void flush_run();
+    void append_escape(char c);
+    void add_hex_digit(char c) noexcept;
+    void end_unicode();
+    void append_utf8(uint32_t code);
+    bool end_number();
+
+    size_t waiting() const noexcept { return values_.size() - (top_ ? top_->first : 0); }
+
+    const std::string_view text_;
+    const char *at_;
+    const char *const end_;
+    int state_ = JsonStart;
+    StackEntry *top_ = nullptr;
+    StackEntry *spare_ = nullptr;  // closed entries, for reuse
+    int32_t depth_ = 0;
+    Vector<Atom> values_;
+
+    const char *token_ = nullptr;  // start of the current number, or of a string's current run
+    Text string_;                  // the string so far
+    uint32_t code_ = 0;            // of the \u escape being read
+    uint32_t high_ = 0;            // first half of a surrogate pair, waiting for the second
+    bool key_next_ = false;        // the next string is a key
+
+    int error_state_ = -1;
+    const char *error_message_ = nullptr;  // instead of the message of a state
+};
+
+Parser::~Parser() {
+    for (const Atom &atom : values_) {
+        if (atom.type == TypeObject) {
+            object_free(atom.value.obj);
+        }
+    }
+    for (StackEntry *entry = top_; entry;) {
+        StackEntry *below = entry->below;
+        object_free(entry->dictionary);
+        object_free(entry);
+        entry = below;
+    }
+    for (StackEntry *entry = spare_; entry;) {
+        StackEntry *below = entry->below;
+        object_free(entry);
+        entry = below;
+    }
+}
+
+bool Parser::fail(int error_state) noexcept {
+    error_state_ = error_state;
+    return false;
+}
+
+bool Parser::fail(const char *message) noexcept {
+    error_message_ = message;
+    return fail(JsonStateCount);
+}
+
+JsonFailure Parser::failure() const noexcept {
+    JsonFailure failure{};
+    failure.state = error_state_;
+    failure.message = error_message_;
+    failure.parser_state = state_;
+    failure.key_next = key_next_;
+    failure.in_dictionary = top_ && top_->dictionary;
+    failure.in_array = top_ && !top_->dictionary;
+    failure.key = failure.in_dictionary && top_->key ? top_->key->name : "";
+    failure.text = text_;
+    failure.position = static_cast<size_t>(at_ - text_.data());
+    return failure;
+}
+
+Object *Parser::run() {
+    while (at_ < end_) {
+        take_run();
+        if (at_ < end_ && !step()) {
+            return nullptr;
+        }
+    }
+    return finish() ? static_cast<Object *>(std::exchange(values_[0].value.obj, nullptr)) : nullptr;
+}
+
+// Skips what keeps the state as it is.
+void Parser::take_run() noexcept {
+    const JsonRow &row = json_transitions[static_cast<size_t>(state_)];
+    while (at_ < end_ && row[class_of_byte(*at_)] == state_) {
+        ++at_;
+    }
+}
+
+// One byte that leads to another state.
+bool Parser::step() {
+    const char c = *at_;
+    const uint8_t next = json_transitions[static_cast<size_t>(state_)][class_of_byte(c)];
+    if (next == JsonSyntaxError) {
+        const bool never_json = static_cast<unsigned char>(c) < ' ' || c == '\x7f' || (c & 0x80);
+        return fail(never_json && !json_is_string(state_) ? JsonSyntaxError : state_);
+    }
+    if (json_is_number(state_) && !json_is_number(next) && !end_number()) {
+        return false;
+    }
+    switch (next) {
+        case JsonString:
+            if (state_ == JsonEscape) {
+                append_escape(c);
+            } else if (state_ == JsonHex4) {
+                add_hex_digit(c);
+                end_unicode();
+                if (code_ == 0) {
+                    return fail(JsonHex4);  // no text can hold it
+                }
+            } else {
+                begin_string();
+            }
+            token_ = at_ + 1;
+            break;
+        case JsonEscape:
+            flush_run();
+            break;
+        case JsonHex1:
+            code_ = 0;
+            break;
+        case JsonHex2:
+        case JsonHex3:
+        case JsonHex4:
+            add_hex_digit(c);
+            break;
+        case JsonMinus:
+        case JsonZero:
+        case JsonInteger:
+            token_ = json_is_number(state_) ? token_ : at_;
+            break;
+        case JsonAfterValue: {
+            const bool word_ends =
+                state_ == JsonTrue3 || state_ == JsonFalse4 || state_ == JsonNull3;
+            if (word_ends &&
+                !add(state_ == JsonNull3 ? Atom{} : atom_of(int64_t{state_ == JsonTrue3}))) {
+                return false;
+            }
+            break;
+        }
+        default:
+            if (next < JsonSyntaxError) {
+                if (!act(next)) {
+                    return false;
+                }
+                ++at_;
+                return true;
+            }
+    }
+    state_ = next;
+    ++at_;
+    return true;
+}
+
+// What a bracket, a comma, a colon or a closing quote asks for; sets the state that follows.
+bool Parser::act(uint8_t action) {
+    switch (action) {
+        case JsonOpenObject:
+        case JsonOpenArray:
+            return open(action == JsonOpenObject);
+        case JsonCloseEmpty:
+        case JsonCloseObject:
+            return top_ && top_->dictionary ? close(true, action == JsonCloseEmpty) : fail(action);
+        case JsonCloseArray:
+            return top_ && !top_->dictionary ? close(false, waiting() == 0) : fail(action);
+        case JsonQuote:
+            return end_string();
+        case JsonComma:
+            if (!top_) {
+                return fail(action);
+            }
+            if (top_->dictionary) {
+                key_next_ = true;
+                state_ = JsonKey;
+                return store_value();
+            }
+            state_ = JsonValue;
+            return true;
+        default:
+            state_ = JsonValue;
+            return true;
+    }
+}
+
+bool Parser::open(bool dictionary) {
+    if (depth_ >= max_nesting) {
+        return fail("containers nested too deeply");
+    }
+    StackEntry *entry = spare_;
+    if (entry) {
+        spare_ = entry->below;
+    } else {
+        entry = static_cast<StackEntry *>(object_alloc(state.entry_class));
+        if (!entry) {
+            return fail("out of memory");
+        }
+    }
+    entry->dictionary = dictionary ? dictionary_new() : nullptr;
+    entry->key = nullptr;
+    entry->first = values_.size();
+    entry->below = top_;
+    top_ = entry;
+    ++depth_;
+    if (dictionary && !entry->dictionary) {
+        return fail("out of memory");
+    }
+    key_next_ = dictionary;
+    state_ = dictionary ? JsonObject : JsonArray;
+    return true;
+}
+
+// Ends the innermost container and makes it a value of the one around it.
+bool Parser::close(bool dictionary, bool empty) {
+    Atom atom;
+    if (dictionary) {
+        if (!empty && !store_value()) {
+            return false;
+        }
+        atom = atom_of_object(std::exchange(top_->dictionary, nullptr));
+    } else {
+        const size_t count = waiting();
+        Atomarray *array = count <= INT32_MAX ? atomarray_adopt(static_cast<int32_t>(count),
+                                                                values_.data() + top_->first)
+                                              : nullptr;
+        if (!array) {
+            return fail("out of memory");
+        }
+        values_.resize(top_->first);
+        atom = atom_of_object(array);
+    }
+    StackEntry *closed = std::exchange(top_, top_->below);
+    closed->below = spare_;
+    spare_ = closed;
+    --depth_;
+    key_next_ = false;
+    state_ = JsonAfterValue;
+    return add(atom);
+}
+
+// Moves a dictionary's waiting value under its key.
+bool Parser::store_value() {
+    if (waiting() != 1) {
+        error("jsonreader_pop: MODE_DICTIONARY: argc not 1!");
+        return fail(JsonSyntaxError);
+    }
+    if (!is_dictionary(top_->dictionary)) {
+        error("jsonreader_pop: MODE_OBJECT: e1 is not an obj!");
+        return fail(JsonSyntaxError);
+    }
+    if (dictionary_store(top_->dictionary, top_->key, values_.back(), 0) != ErrorNone) {
+        return fail("out of memory");
+    }
+    values_.pop_back();
+    return true;
+}
+
+bool Parser::add(Atom atom) {
+    try {
+        values_.push_back(atom);
+    } catch (...) {
+        if (atom.type == TypeObject) {
+            object_free(atom.value.obj);
+        }
+        throw;
+    }
+    return true;
+}
+
+bool Parser::finish() {
+    const bool whole_number = state_ == JsonZero || state_ == JsonInteger ||
+                              state_ == JsonFraction || state_ == JsonExponentDigits;
+    if (whole_number) {
+        return fail(JsonAfterValue);  // numbers stand inside a container, which is still open
+    }
+    if (top_ || state_ != JsonAfterValue) {
+        return fail(state_);
+    }
+    if (values_.size() != 1) {
+        error("jsonreader_parse: done but e->s_argc != 1");
+        return fail(JsonSyntaxError);
+    }
+    return true;
+}
+
+// --- Strings -------------------------------------------------------------------------------------
+
+void Parser::begin_string() noexcept {
+    string_.clear();
+    high_ = 0;
+}
+
+// Takes over the plain bytes since the last escape.
+void Parser::flush_run() {
+    if (high_ && at_ > token_) {
+        append_utf8(std::exchange(high_, 0));
+    }
+    string_.append(token_, at_);
+}
+
+bool Parser::end_string() {
+    flush_run();
+    if (high_) {
+        append_utf8(std::exchange(high_, 0));
+    }
+    const bool fits = string_.size() <= longest_symbol;
+    if (!fits && key_next_) {
+        return fail("key too long");
+    }
+    Symbol *symbol = fits ? gensym(string_.c_str()) : nullptr;
+    String *string = fits ? nullptr : string_from(string_.data(), string_.size());
+    if (!symbol && !string) {
+        return fail("out of memory");
+    }
+    if (key_next_) {
+        top_->key = symbol;
+        key_next_ = false;
+        state_ = JsonAfterKey;
+        return true;
+    }
+    state_ = JsonAfterValue;
+    return add(symbol ? atom_of(symbol) : atom_of_object(string));
+}
+
+void Parser::append_escape(char c) {
+    if (high_) {
+        append_utf8(std::exchange(high_, 0));
+    }
+    switch (c) {
+        case 'b':
+            c = '\b';
+            break;
+        case 'f':
+            c = '\f';
+            break;
+        case 'n':
+            c = '\n';
+            break;
+        case 'r':
+            c = '\r';
+            break;
+        case 't':
+            c = '\t';
+            break;
+        default:
+            break;
+    }
+    string_.push_back(c);
+}
+
+void Parser::add_hex_digit(char c) noexcept {
+    const int digit = c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10;
+    code_ = code_ << 4 | static_cast<uint32_t>(digit);
+}
+
+void Parser::end_unicode() {
+    const bool low = code_ >= 0xdc00 && code_ <= 0xdfff;
+    if (high_ && low) {
+        append_utf8(0x10000 + ((high_ - 0xd800) << 10) + (code_ - 0xdc00));
+        high_ = 0;
+        return;
+    }
+    if (high_) {
+        append_utf8(std::exchange(high_, 0));
+    }
+    if (code_ >= 0xd800 && code_ <= 0xdbff) {
+        high_ = code_;
+    } else {
+        append_utf8(code_);
+    }
+}
+
+void Parser::append_utf8(uint32_t code) {
+    if (code >= 0xd800 && code <= 0xdfff) {
+        code = 0xfffd;
+    }
+    const auto put = [this](uint32_t byte) { string_.push_back(static_cast<char>(byte)); };
+    if (code < 0x80) {
+        put(code);
+    } else if (code < 0x800) {
+        put(0xc0 | code >> 6);
+        put(0x80 | (code & 0x3f));
+    } else if (code < 0x10000) {
+        put(0xe0 | code >> 12);
+        put(0x80 | (code >> 6 & 0x3f));
+        put(0x80 | (code & 0x3f));
+    } else {
+        put(0xf0 | code >> 18);
+        put(0x80 | (code >> 12 & 0x3f));
+        put(0x80 | (code >> 6 & 0x3f));
+        put(0x80 | (code & 0x3f));
+    }
+}
+
+// --- Numbers -------------------------------------------------------------------------------------
+
+// A number out of a double's range: the infinity of its sign, or 0, whichever is nearer.
+double beyond_range(std::string_view text) noexcept {
+    const bool negative = text.front() == '-';
+    const size_t mantissa_end = std::min(text.find_first_of("eE"), text.size());
+    const size_t point = std::min(text.find('.'), mantissa_end);
+    const size_t first = text.find_first_of("123456789");
+    int64_t exponent = 0;
+    if (mantissa_end < text.size()) {
+        const char *begin = text.data() + mantissa_end + 1;
+        begin += *begin == '+' ? 1 : 0;
+        const char *end = text.data() + text.size();
+        if (std::from_chars(begin, end, exponent).ec == std::errc::result_out_of_range) {
+            exponent = *begin == '-' ? INT32_MIN : INT32_MAX;
+        }
+        exponent = std::clamp<int64_t>(exponent, INT32_MIN, INT32_MAX);
+    }
+    exponent += static_cast<int64_t>(point) - static_cast<int64_t>(first);
+    const double size = exponent > 0 ? std::numeric_limits<double>::infinity() : 0.0;
+    return negative ? -size : size;
+}
+
+bool Parser::end_number() {
+    if (state_ == JsonZero || state_ == JsonInteger) {
+        int64_t value = 0;
+        if (std::from_chars(token_, at_, value).ec == std::errc()) {
+            return add(atom_of(value));
+        }
+    }
+    double value = 0.0;
+    if (std::from_chars(token_, at_, value).ec == std::errc::result_out_of_range) {
+        value = beyond_range({token_, static_cast<size_t>(at_ - token_)});
+    }
+    return add(atom_of(value));
+}
+
+}  // namespace
+
+// --- The interface -------------------------------------------------------------------------------
+
+ErrorCode json_parse(const char *text, int64_t length, Object **result, char *message) noexcept {
+    *result = nullptr;
+    std::snprintf(message, json_error_size, "error: none");
+    std::string_view document(text, static_cast<size_t>(std::max<int64_t>(length, 0)));
+    if (document.starts_with("\xef\xbb\xbf")) {
+        document.remove_prefix(3);  // a byte order mark
+    }
+    while (document.ends_with('\0')) {
+        document.remove_suffix(1);
+    }
+    Parser parser(document);
+    try {
+        *result = parser.run();
+    } catch (const std::bad_alloc &) {
+        parser.fail("out of memory");
+    }
+    if (!*result) {
+        json_describe(parser.failure(), message);
+    }
+    return *result ? ErrorNone : ErrorGeneric;
+}
+
+namespace {
+
+struct Reader {
+    Object ob;
+    char message[json_error_size];  // of the last parse
+};
+
+Reader *reader_new() noexcept {
+    auto *reader = static_cast<Reader *>(object_alloc(state.reader_class));
+    if (reader) {
+        std::snprintf(reader->message, sizeof reader->message, "error: none");
+    }
+    return reader;
+}
+
+ErrorCode reader_parse_len(Reader *reader, const char *text, int64_t length,
+                           Object **result) noexcept {
+    if (!text || !result) {
+        return ErrorInvalidPointer;
+    }
+    return json_parse(text, length, result, reader->message);
+}
+
+ErrorCode reader_parse(Reader *reader, const char *text, Object **result) noexcept {
+    return reader_parse_len(reader, text, text ? static_cast<int64_t>(std::strlen(text)) : 0,
+                            result);
+}
+
+// The text of the last error, also copied to `out` (json_error_size bytes) when that is given.
+const char *reader_errorstring(Reader *reader, char *out) noexcept {
+    if (out) {
+        std::memcpy(out, reader->message, sizeof reader->message);
+    }
+    return reader->message;
+}
+
+}  // namespace
+
+void json_start() noexcept {
+    static const DirectMethod methods[] = {
+        {"parse_len", method(reader_parse_len)},
+        {"parse", method(reader_parse)},
+        {"errorstring", method(reader_errorstring)},
+    };
+    Class *c = class_new("jsonreader_stack_entry", nullptr, nullptr,
+                         static_cast<int32_t>(sizeof(StackEntry)), nullptr, 0);
+    class_obexoffset_set(c, -1);
+    class_register(nullptr, c);
+    state.entry_class = c;
+    c = class_new("jsonreader", method(reader_new), nullptr, static_cast<int32_t>(sizeof(Reader)),
+                  nullptr, 0);
+    add_direct_methods(c, methods);
+    class_register(nullptr, c);
+    state.reader_class = c;
+    json_writer_start();
+}
+
+}  // namespace kiv
