@@ -25,6 +25,7 @@
 #include <kiv/object.h>
 #include <kiv/path.h>
 #include <kiv/quickmap.h>
+#include <kiv/receivers.h>
 #include <kiv/scheduler.h>
 #include <kiv/string.h>
 #include <kiv/symbol.h>
