@@ -97,11 +97,11 @@ void patcher_free(Patcher *patcher) noexcept {
     if (patcher->controller) {
         object_free(patcher->controller);
     }
+    if (Jbox *box = as_box(patcher->box); box && box->state->object == as_object(patcher)) {
+        box_set_object(box, nullptr);
+    }
     free_cords(patcher);
     free_boxes(patcher);
-    if (patcher->box && patcher->box->state && patcher->box->state->object == as_object(patcher)) {
-        box_set_object(patcher->box, nullptr);
-    }
     if (patcher->global_name->thing == patcher) {
         patcher->global_name->thing = nullptr;
     }
