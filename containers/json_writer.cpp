@@ -15,6 +15,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <string_view>
 
 #include "containers/families.h"
@@ -121,7 +122,7 @@ void Writer::write_float(double value) {
     while (end[-1] == '0' && end[-2] != '.') {
         --end;
     }
-    out_.append(buffer, end);
+    out_.append(buffer, static_cast<size_t>(end - buffer));
 }
 
 void Writer::write_symbol(const Symbol *symbol) {
