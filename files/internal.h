@@ -12,6 +12,19 @@ void files_start() noexcept;
 // it is no folder.
 bool search_path_add(const char *folder, bool recursive) noexcept;
 
+// Sets the default path for a scope.
+class DefaultPath {
+  public:
+    explicit DefaultPath(int16_t path) noexcept;
+    ~DefaultPath();
+    DefaultPath(const DefaultPath &) = delete;
+    DefaultPath &operator=(const DefaultPath &) = delete;
+
+  private:
+    int16_t outer_path_;
+    bool outer_recursive_;
+};
+
 // File types are four characters in one number, the first in the highest byte.
 constexpr uint32_t file_type(const char (&code)[5]) {
     return static_cast<uint32_t>(static_cast<unsigned char>(code[0])) << 24 |

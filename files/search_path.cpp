@@ -148,6 +148,17 @@ bool search_path_add(const char *folder, bool recursive) noexcept {
     return true;
 }
 
+DefaultPath::DefaultPath(int16_t path) noexcept {
+    Guard guard(files_region());
+    outer_path_ = state.fallback.path;
+    outer_recursive_ = state.fallback.recursive;
+    path_setdefault(path, 0);
+}
+
+DefaultPath::~DefaultPath() {
+    path_setdefault(outer_path_, outer_recursive_);
+}
+
 }  // namespace kiv
 
 using namespace kiv;
