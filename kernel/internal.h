@@ -63,6 +63,7 @@ struct Class {
     int32_t method_capacity;  // entries that method_list has room for
     int32_t instantiated;     // once set, a method list that is outgrown is kept, not freed
     int64_t users;            // live instances and derived classes; changed atomically
+    Class *copied_from;       // the class whose constructor and free function a copy uses, or null
 };
 
 namespace kiv {
@@ -102,8 +103,7 @@ bool attribute_direct(Object *x, Symbol *selector, void *const words[8], void **
 // under `category` ("sticky_attr", "sticky_method").
 void class_sticky_apply(Class *c, Symbol *category, void *target) noexcept;
 
-// --- Inlets and outlets
-// ----------------------------------------------------------------------------
+// --- Inlets and outlets --------------------------------------------------------------------------
 
 // Frees a block once no send that is under way on any thread can still hold it. freeobject calls it
 // instead of sysmem_freeptr for instances of classes with the flag ClassRetired.
@@ -115,6 +115,7 @@ void object_free_inlets_outlets(Object *x) noexcept;
 // `visit` gets the receivers (objects and inlets) in the order in which they are served.
 Object *inlet_owner(const Inlet *inlet) noexcept;
 Object *outlet_owner(const Outlet *outlet) noexcept;
+Symbol *outlet_type(const Outlet *outlet) noexcept;  // null for an untyped one
 void outlet_visit(Outlet *outlet, void (*visit)(void *receiver, void *argument),
                   void *argument) noexcept;
 // Silences an outlet or lets it speak again; a silenced outlet's sends return 0.

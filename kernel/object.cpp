@@ -1,0 +1,292 @@
+// The life of an object: allocated for a class, constructed by the class's name, counted, freed in
+// a fixed order.
+//
+// 1. An object without an extension record has exactly one reference: freeing it frees it.
+// 2. Freeing calls out (the "willfree" and "free" notifications, the free functions). What is run
+//    may free the same object again, on the same thread: such a call does nothing.
+// 3. The magic is cleared last before the memory goes, so the object can still be sent messages by
+//    its own free function, and every later use of a stale pointer fails the validity test.
+//
+// Thread safety: any thread. References are counted atomically; the last one to go frees.
+#include <kiv/console.h>
+#include <kiv/hashtab.h>
+#include <kiv/sysmem.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdarg>
+
+#include "kernel/class_private.h"
+#include "kernel/dispatch_call.h"
+#include "kernel/object_private.h"
+
+namespace kiv {
+
+namespace {
+
+struct {
+    std::atomic<int32_t> being_freed{0};
+    KernelHooks hooks{};
+} state;
+
+// Objects that the calling thread is freeing, innermost first.
+struct FreeFrame {
+    const Object *object;
+    FreeFrame *outer;
+};
+thread_local FreeFrame *innermost_free = nullptr;
+
+// An object that frees itself does so a few calls deep; the chain of a deeply nested structure is
+// not walked to its end for every part of it.
+bool is_freeing(const Object *x) {
+    constexpr int32_t far_enough = 32;
+    const FreeFrame *frame = innermost_free;
+    for (int32_t n = 0; frame && n < far_enough; ++n, frame = frame->outer) {
+        if (frame->object == x) {
+            return true;
+        }
+    }
+    return false;
+}
+
+class FreeScope {
+  public:
+    explicit FreeScope(const Object *x) noexcept : frame_{x, innermost_free} {
+        innermost_free = &frame_;
+    }
+    ~FreeScope() { innermost_free = frame_.outer; }
+    FreeScope(const FreeScope &) = delete;
+    FreeScope &operator=(const FreeScope &) = delete;
+
+  private:
+    FreeFrame frame_;
+};
+
+int64_t header_size(const Class *c) {
+    constexpr int64_t light = offsetof(Object, outlets);
+    return c->lightweight ? light : static_cast<int64_t>(sizeof(Object));
+}
+
+KIV_CALLS_ANY_TYPE void *call_free(Method function, Object *x) {
+    reinterpret_cast<void (*)(void *)>(function)(x);
+    return nullptr;
+}
+
+void call_free_functions(Object *x) {
+    for (const Class *c = class_of(x); c; c = c->super) {
+        if (is_real(c->free_function)) {
+            call_guarded("free"_sym, [&] { return call_free(c->free_function, x); });
+        }
+    }
+}
+
+void cancel_waiting(Object *x, const ObexRecord *record) {
+    // Of an object that cannot have a record, nobody knows whether it has clocks.
+    const bool unknown = class_of(x)->obex_offset < 0;
+    const uint32_t bits = record ? record->flags.load() : 0;
+    if (state.hooks.cancel_clocks && (unknown || (bits & (ObexHasClocks | ObexHasDeferred)))) {
+        state.hooks.cancel_clocks(x);
+    }
+}
+
+void release_memory(Object *x) {
+    Class *const c = class_of(x);
+    // What was kept for the object while it and its parts were freed.
+    if (obex_find(x)) {
+        while (registry_unregister(x)) {
+        }
+        registry_forget(x);
+        obex_release(x);
+    }
+    x->magic = 0;
+    if (c->flags & ClassRetired) {
+        memory_retire(x);
+    } else {
+        sysmem_freeptr(x);
+    }
+    std::atomic_ref(c->users).fetch_sub(1, std::memory_order_relaxed);
+}
+
+void free_parts(Object *x, const ObexRecord *record) {
+    cancel_waiting(x, record);
+    if (record && state.hooks.free_scheduler) {
+        state.hooks.free_scheduler(x);
+    }
+    obex_release(x);
+}
+
+// True when the object stays: other references or registrations still hold it.
+bool still_held(Object *x, const ObexPin &record) {
+    if (!record) {
+        return false;
+    }
+    if (record->references.fetch_sub(1) > 1) {
+        return true;
+    }
+    object_notify(x, "willfree"_sym, nullptr);
+    record->freeing.enter();
+    state.being_freed.fetch_add(1);
+    if (registry_unregister(x)) {
+        state.being_freed.fetch_sub(1);
+        record->freeing.exit();
+        return true;
+    }
+    registry_forget(x);
+    return false;
+}
+
+void free_object(Object *x) {
+    const ObexPin record(x);
+    const FreeScope scope(x);
+    if (still_held(x, record)) {
+        return;
+    }
+    call_free_functions(x);
+    if (class_of(x)->lightweight) {
+        obex_release(x);
+    } else {
+        free_parts(x, record.get());
+    }
+    if (record) {
+        state.being_freed.fetch_sub(1);
+        record->freeing.exit();
+    }
+    if (!class_of(x)->lightweight) {
+        object_free_inlets_outlets(x);
+    }
+    release_memory(x);
+}
+
+Class *find_constructor(Symbol *name_space, Symbol *class_name) {
+    Class *const c = class_findbyname(name_space, class_name);
+    return c && c->constructor.function ? c : nullptr;
+}
+
+}  // namespace
+
+KernelHooks &kernel_hooks() noexcept {
+    return state.hooks;
+}
+
+int32_t objects_being_freed() noexcept {
+    return state.being_freed.load();
+}
+
+}  // namespace kiv
+
+using namespace kiv;
+
+void *object_alloc(Class *c) noexcept {
+    if (!c) {
+        return nullptr;
+    }
+    if (Object *const prepared = ConstructScope::allocate(&c)) {
+        return prepared;
+    }
+    const int64_t size = std::max(int64_t{c->instance_size}, header_size(c));
+    auto *const x = static_cast<Object *>(sysmem_newptrclear(size));
+    if (!x) {
+        return nullptr;
+    }
+    std::atomic_ref(c->instantiated).store(1, std::memory_order_relaxed);
+    std::atomic_ref(c->users).fetch_add(1, std::memory_order_relaxed);
+    x->methods = c->method_list + 1;
+    x->magic = KIV_OBJECT_MAGIC;
+    return x;
+}
+
+void *object_new_imp(Symbol *name_space, Symbol *class_name, void *p1, void *p2, void *p3, void *p4,
+                     void *p5, void *p6, void *p7, void *p8) noexcept {
+    Class *const c = find_constructor(name_space, class_name);
+    if (!c) {
+        return nullptr;
+    }
+    const ConstructScope scope(c);
+    void *const words[8] = {p1, p2, p3, p4, p5, p6, p7, p8};
+    return construct_words(c->constructor, words);
+}
+
+// Reads eight words whatever was passed: a constructor that declares fewer ignores the rest.
+void *(object_new)(Symbol *name_space, Symbol *class_name, ...) noexcept {
+    void *p[8];
+    va_list arguments;
+    va_start(arguments, class_name);
+    for (void *&word : p) {
+        word = va_arg(arguments, void *);
+    }
+    va_end(arguments);
+    return object_new_imp(name_space, class_name, p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7]);
+}
+
+void *object_new_typed(Symbol *name_space, Symbol *class_name, int32_t argc, Atom *argv) noexcept {
+    Class *const c = find_constructor(name_space, class_name);
+    if (!c) {
+        return nullptr;
+    }
+    const ConstructScope scope(c);
+    return construct_typed(c->constructor, class_name, argv && argc > 0 ? argc : 0, argv);
+}
+
+ErrorCode object_free(void *x) noexcept {
+    if (!x) {
+        return ErrorInvalidPointer;
+    }
+    if (object_lacks_methods(x)) {
+        return ErrorInvalidPointer;
+    }
+    freeobject(x);
+    return ErrorNone;
+}
+
+ErrorCode object_release(void *x) noexcept {
+    return object_free(x);
+}
+
+ErrorCode object_retain(void *x) noexcept {
+    ObexRecord *const record = object_valid(x) ? obex_enforce(static_cast<Object *>(x)) : nullptr;
+    if (!record) {
+        return ErrorGeneric;
+    }
+    record->references.fetch_add(1);
+    return ErrorNone;
+}
+
+void freeobject(void *x) noexcept {
+    if (!object_valid(x)) {
+        // The address in the width of the message's conversion, which differs between systems.
+        error("freeobject: %lx: bad object",
+              static_cast<unsigned long>(reinterpret_cast<uintptr_t>(x)));
+        return;
+    }
+    auto *const object = static_cast<Object *>(x);
+    if (!is_freeing(object)) {
+        free_object(object);
+    }
+}
+
+void *object_clone(void *x) noexcept {
+    if (!object_valid(x) || !object_find_method(static_cast<Object *>(x), "object_clone"_sym)) {
+        return nullptr;
+    }
+    return object_method(x, "object_clone"_sym);
+}
+
+int32_t object_isvalid(const void *x) noexcept {
+    return object_valid(x);
+}
+
+Class *object_class(const void *x) noexcept {
+    return object_valid(x) ? class_of(x) : nullptr;
+}
+
+Symbol *object_classname(const void *x) noexcept {
+    return object_valid(x) ? class_of(x)->name : nullptr;
+}
+
+int32_t object_classname_compare(const void *x, Symbol *name) noexcept {
+    return name && object_classname(x) == name;
+}
+
+Symbol *object_namespace(const void *x) noexcept {
+    return object_valid(x) ? class_of(x)->name_space : nullptr;
+}
