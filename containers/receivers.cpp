@@ -6,6 +6,7 @@
 //
 // A message is passed on to a snapshot of the receivers. Before each call the receiver must still
 // be among them, so one that was unbound or freed meanwhile is left out.
+#include <kiv/console.h>
 #include <kiv/object.h>
 #include <kiv/receivers.h>
 
@@ -27,9 +28,11 @@ struct Forwarder {
     Receivers *receivers;  // in the order in which they were bound
 };
 
+using Forwarders = Map<Symbol *, Forwarder *>;
+
 struct {
     Class *forwarder_class = nullptr;
-    Map<Symbol *, Forwarder *> *forwarders = nullptr;  // by name
+    Forwarders *forwarders = nullptr;  // never destroyed: names outlive main()
 } state;
 
 void *bound_to(Symbol *name) noexcept {
@@ -115,12 +118,13 @@ void *forward(Forwarder *forwarder, Symbol *selector, int32_t argc, Atom *argv) 
 }  // namespace
 
 void receivers_start() noexcept {
-    state.forwarders = new (std::nothrow) Map<Symbol *, Forwarder *>;
+    void *memory = sysmem_newptr(sizeof(Forwarders));
     Class *c = class_new("receivers", nullptr, method(destroy),
                          static_cast<int32_t>(sizeof(Forwarder)), nullptr, 0);
-    if (!c) {
+    if (!c || !memory) {
         return;
     }
+    state.forwarders = new (memory) Forwarders;
     c->flags |= ClassNoAttrMessages;
     class_addmethod(c, method(forward), "anything", TypeGimme, 0);
     class_register(nullptr, c);
