@@ -70,10 +70,19 @@ namespace kiv {
 
 // --- The validity test ---------------------------------------------------------------------------
 
+// The test is meant to read memory that may have been freed, which a sanitizer would report.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__clang__)
+#define KIV_READS_STALE __attribute__((no_sanitize("address", "thread")))
+#else
+#define KIV_READS_STALE
+#endif
+KIV_READS_STALE inline uintptr_t object_magic(const void *x) noexcept {
+    return static_cast<const Object *>(x)->magic;
+}
 // The test before any object pointer that came from outside is trusted.
 inline bool object_valid(const void *x) noexcept {
     return x != nullptr && (reinterpret_cast<uintptr_t>(x) & 7) == 0 && platform::readable_32(x) &&
-           static_cast<const Object *>(x)->magic == KIV_OBJECT_MAGIC;
+           object_magic(x) == KIV_OBJECT_MAGIC;
 }
 // The class of a live object.
 inline Class *class_of(const void *x) noexcept {

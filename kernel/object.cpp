@@ -98,7 +98,8 @@ void release_memory(Object *x) {
         registry_forget(x);
         obex_release(x);
     }
-    x->magic = 0;
+    // As an atomic, so that no compiler leaves out a store to memory that is about to be freed.
+    std::atomic_ref(x->magic).store(0, std::memory_order_release);
     if (c->flags & ClassRetired) {
         memory_retire(x);
     } else {

@@ -77,6 +77,11 @@ KIV_EXPORT ErrorCode class_attr_setfill(Class *c, const char *name, int32_t fill
 KIV_EXPORT ErrorCode class_time_addattr(Class *c, const char *name, const char *label,
                                         int64_t flags) KIV_NOEXCEPT;
 
+#define class_super_construct(...) KIV_SUPER_CONSTRUCT(__VA_ARGS__, 0, 0, 0, 0, 0, 0, 0, 0, 0)
+#define KIV_SUPER_CONSTRUCT(x, p1, p2, p3, p4, p5, p6, p7, p8, ...)                            \
+    class_super_construct_imp(x, NULL, KIV_WORD(p1), KIV_WORD(p2), KIV_WORD(p3), KIV_WORD(p4), \
+                              KIV_WORD(p5), KIV_WORD(p6), KIV_WORD(p7), KIV_WORD(p8))
+
 KIV_END
 
 #endif
