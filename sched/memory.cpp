@@ -1,9 +1,9 @@
 // Kernel memory blocks and handles.
 //
 // A block is a 16-byte header (requested size, tag) and the memory handed out, aligned to 16. Large
-// blocks come from malloc and carry 'LARG'; small ones come from small_blocks.cpp and carry 'SMAL'.
+// blocks come from malloc and carry 'LARG'; small ones come from small_blocks.h and carry 'SMAL'.
 // Freeing clears the tag, so that a second free is refused by the same test as a foreign pointer.
-// Nothing here takes a lock; small_blocks.cpp says where it does.
+// Nothing here takes a lock; small_blocks.h says when it does.
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -33,18 +33,21 @@ constexpr uint64_t tag_small = four_characters("SMAL");
 constexpr int64_t max_size = int64_t{1} << 39;
 
 std::atomic<int64_t> allocations_until_failure{0};
+std::atomic<int64_t> large_live{0};
 
 BlockHeader *header_of(const void *ptr) noexcept {
     return static_cast<BlockHeader *>(const_cast<void *>(ptr)) - 1;
 }
 
 // Reads a header that may belong to nobody, or to a block that was freed: not for the sanitizers.
-#if defined(__GNUC__) || defined(__clang__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 __attribute__((no_sanitize("address", "thread"), noinline))
+#else
+inline
 #endif
 BlockHeader
 peek(const void *ptr) noexcept {
-    const volatile BlockHeader *header = header_of(ptr);
+    const BlockHeader *header = header_of(ptr);
     return {header->size, header->tag};
 }
 
@@ -63,14 +66,16 @@ bool fails_now() noexcept {
            allocations_until_failure.fetch_sub(1, std::memory_order_relaxed) == 1;
 }
 
-void report_failure(int64_t size) noexcept {
+// Reports stay out of line: their frames would burden the paths that are always taken.
+[[gnu::cold, gnu::noinline]] void report_failure(int64_t size) noexcept {
     char text[96];
     std::snprintf(text, sizeof text, "sysmem_newptr: unable to allocate block of size %lld!\n",
                   static_cast<long long>(size));
     platform::debug_output(text);
 }
 
-void report_bad(const char *call, const char *action, const void *ptr) noexcept {
+[[gnu::cold, gnu::noinline]] void report_bad(const char *call, const char *action,
+                                             const void *ptr) noexcept {
     char text[96];
     std::snprintf(text, sizeof text, "%s: trying to %s bad ptr %p\n", call, action, ptr);
     platform::debug_output(text);
@@ -95,7 +100,7 @@ void memory_fail_at(int64_t n) noexcept {
 }
 
 int64_t memory_live_blocks() noexcept {
-    return small_blocks_live();
+    return large_live.load(std::memory_order_relaxed) + small_blocks_live();
 }
 
 }  // namespace kiv
@@ -116,7 +121,7 @@ void *sysmem_newptr(int64_t size) noexcept {
             }
         } else if (size > 0 && size <= max_size) {
             if (void *block = std::malloc(large_block_size(size))) {
-                blocks_live_add(1);
+                large_live.fetch_add(1, std::memory_order_relaxed);
                 return finish(block, size, tag_large);
             }
         }
@@ -146,7 +151,7 @@ void sysmem_freeptr(void *ptr) noexcept {
     if (header.tag == tag_small) {
         small_block_free(header_of(ptr), header.size);
     } else {
-        blocks_live_add(-1);
+        large_live.fetch_sub(1, std::memory_order_relaxed);
         std::free(header_of(ptr));
     }
 }

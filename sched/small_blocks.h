@@ -1,6 +1,21 @@
 // The small-block allocator under sysmem_newptr. Private to memory.cpp.
+//
+// 1. A cache belongs to one thread; only its counts of free slots are read by others. Taking and
+//    giving back a slot is a few loads and stores: no lock, no atomic read-modify-write.
+// 2. A slot may be given back on any thread: it goes to that thread's cache.
+// 3. A cache that is empty takes a batch from the central store of its class, one that holds two
+//    batches gives one back; so slots freed by a consumer flow back to the producer. A batch is a
+//    chain linked through the slots, handed over whole under the class's lock.
+// 4. The central store cuts slots from chunks and never gives a chunk back to the system: peak use
+//    is kept for what comes.
+// 5. A thread that ends gives its slots to the central store and its cache to the next thread.
+//
+// In a free slot the header's second word (the tag) stays 0, so that a stale pointer is known as
+// such; links stand where the block's memory was.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -34,25 +49,98 @@ inline constexpr uint16_t small_slot_sizes[] = {32,  48,  64,  80,  96,  112, 12
                                                 384, 448, 512, 640, 768, 896, 1024};
 inline constexpr size_t small_class_count = sizeof small_slot_sizes / sizeof small_slot_sizes[0];
 
+static_assert(small_slot_sizes[small_class_count - 1] == max_small_size + sizeof(BlockHeader));
+
+inline constexpr auto small_classes = [] {
+    std::array<uint8_t, max_small_size / 16 + 1> classes{};
+    uint8_t size_class = 0;
+    for (size_t i = 0; i < classes.size(); ++i) {
+        if (16 * i + sizeof(BlockHeader) > small_slot_sizes[size_class]) {
+            ++size_class;
+        }
+        classes[i] = size_class;
+    }
+    return classes;
+}();
+
 // The size class of a block of `size` bytes, at most max_small_size.
 inline size_t small_block_class(size_t size) noexcept {
-    const size_t slot = size + sizeof(BlockHeader);
-    if (slot <= 256) {
-        return slot <= 32 ? 0 : (slot + 15) / 16 - 2;
+    return small_classes[(size + 15) / 16];
+}
+
+inline constexpr int small_batch(size_t size_class) {
+    return size_class < 7 ? 64 : size_class < 15 ? 32 : 16;
+}
+
+struct FreeSlot {
+    BlockHeader header;
+    FreeSlot *next;
+    FreeSlot *next_batch;  // in the first slot of a batch in the central store
+};
+static_assert(sizeof(FreeSlot) == small_slot_sizes[0]);
+
+struct SlotList {
+    FreeSlot *first;
+    std::atomic<int> count;  // written by the owner alone
+
+    void count_add(int difference) noexcept {
+        count.store(count.load(std::memory_order_relaxed) + difference, std::memory_order_relaxed);
     }
-    if (slot <= 512) {
-        return 15 + (slot - 257) / 64;
-    }
-    return 19 + (slot - 513) / 128;
+};
+
+struct alignas(64) SlotCache {
+    SlotList lists[small_class_count];
+    SlotCache *next;  // among all caches, for ever
+    bool used;        // by a living thread; guarded by the caches' lock
+};
+
+extern constinit thread_local SlotCache *own_slot_cache;
+
+// Out of line: a thread's first block (null when there is no memory), an empty and a full list.
+SlotCache *slot_cache_make() noexcept;
+bool slots_refill(SlotList &list, size_t size_class) noexcept;
+void slots_give_back(SlotList &list, size_t size_class) noexcept;
+
+inline SlotCache *slot_cache() noexcept {
+    SlotCache *cache = own_slot_cache;
+    return cache ? cache : slot_cache_make();
 }
 
 // A slot for a header and `size` bytes, or null. Any thread.
-void *small_block_new(size_t size) noexcept;
-// Takes back a slot, also one that another thread got; `size` as it was given out.
-void small_block_free(void *slot, size_t size) noexcept;
+inline void *small_block_new(size_t size) noexcept {
+    SlotCache *cache = slot_cache();
+    if (!cache) [[unlikely]] {
+        return nullptr;
+    }
+    const size_t size_class = small_block_class(size);
+    SlotList &list = cache->lists[size_class];
+    if (!list.first && !slots_refill(list, size_class)) [[unlikely]] {
+        return nullptr;
+    }
+    FreeSlot *slot = list.first;
+    list.first = slot->next;
+    list.count_add(-1);
+    return slot;
+}
 
-// The count of live blocks, large ones included: each thread counts its own.
-void blocks_live_add(int64_t difference) noexcept;
+// Takes back a slot, also one that another thread got; `size` as it was given out.
+inline void small_block_free(void *memory, size_t size) noexcept {
+    SlotCache *cache = slot_cache();
+    if (!cache) [[unlikely]] {
+        return;  // a thread whose cache cannot be made: the slot is lost
+    }
+    const size_t size_class = small_block_class(size);
+    SlotList &list = cache->lists[size_class];
+    auto *slot = static_cast<FreeSlot *>(memory);
+    slot->next = list.first;
+    list.first = slot;
+    list.count_add(1);
+    if (list.count.load(std::memory_order_relaxed) >= 2 * small_batch(size_class)) [[unlikely]] {
+        slots_give_back(list, size_class);
+    }
+}
+
+// Slots given out and not given back. Exact while no other thread allocates.
 int64_t small_blocks_live() noexcept;
 
 }  // namespace kiv

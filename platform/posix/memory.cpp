@@ -17,19 +17,20 @@
 
 #include "platform/platform.h"
 
-extern "C" {
-extern const char kiv_probe_begin[], kiv_probe_end[], kiv_probe_failed[];
-int kiv_probe_32(const void *address);
-}
+extern "C" const char kiv_probe_begin[], kiv_probe_end[], kiv_probe_failed[];
+
+// The routine is readable_32 itself, under its name in object files.
 
 #if defined(__x86_64__)
 asm(R"(
     .text
     .p2align 4
-    .globl kiv_probe_32, kiv_probe_begin, kiv_probe_end, kiv_probe_failed
-    .hidden kiv_probe_32, kiv_probe_begin, kiv_probe_end, kiv_probe_failed
-    .type kiv_probe_32, @function
-kiv_probe_32:
+    .globl _ZN3kiv8platform11readable_32EPKv
+    .globl kiv_probe_begin, kiv_probe_end, kiv_probe_failed
+    .hidden _ZN3kiv8platform11readable_32EPKv
+    .hidden kiv_probe_begin, kiv_probe_end, kiv_probe_failed
+    .type _ZN3kiv8platform11readable_32EPKv, @function
+_ZN3kiv8platform11readable_32EPKv:
     .cfi_startproc
 kiv_probe_begin:
     movzbl (%rdi), %eax
@@ -41,16 +42,18 @@ kiv_probe_failed:
     xorl %eax, %eax
     ret
     .cfi_endproc
-    .size kiv_probe_32, . - kiv_probe_32
+    .size _ZN3kiv8platform11readable_32EPKv, . - _ZN3kiv8platform11readable_32EPKv
 )");
 #elif defined(__aarch64__)
 asm(R"(
     .text
     .p2align 4
-    .globl kiv_probe_32, kiv_probe_begin, kiv_probe_end, kiv_probe_failed
-    .hidden kiv_probe_32, kiv_probe_begin, kiv_probe_end, kiv_probe_failed
-    .type kiv_probe_32, %function
-kiv_probe_32:
+    .globl _ZN3kiv8platform11readable_32EPKv
+    .globl kiv_probe_begin, kiv_probe_end, kiv_probe_failed
+    .hidden _ZN3kiv8platform11readable_32EPKv
+    .hidden kiv_probe_begin, kiv_probe_end, kiv_probe_failed
+    .type _ZN3kiv8platform11readable_32EPKv, %function
+_ZN3kiv8platform11readable_32EPKv:
     .cfi_startproc
 kiv_probe_begin:
     ldrb w1, [x0]
@@ -62,7 +65,7 @@ kiv_probe_failed:
     mov w0, #0
     ret
     .cfi_endproc
-    .size kiv_probe_32, . - kiv_probe_32
+    .size _ZN3kiv8platform11readable_32EPKv, . - _ZN3kiv8platform11readable_32EPKv
 )");
 #else
 #error "the probe has no routine for this processor yet"
@@ -129,10 +132,6 @@ void install(int signal, struct sigaction *previous) {
 }
 
 }  // namespace
-
-bool readable_32(const void *address) noexcept {
-    return kiv_probe_32(address) != 0;
-}
 
 void probe_start() noexcept {
     static const bool installed = [] {
