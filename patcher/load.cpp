@@ -118,13 +118,12 @@ Dictionary *parse(const char *file_name, const char *text, int64_t length) noexc
         error("%s: can't load, out of memory", text_or_empty(file_name));
         return nullptr;
     }
-    Atom result{};
+    Object *value = nullptr;
     const auto code = static_cast<ErrorCode>(
-        reinterpret_cast<intptr_t>(object_method(reader, "parse_len"_sym, text, length, &result)));
-    void *value = atom_gettype(&result) == TypeObject ? atom_getobj(&result) : nullptr;
+        reinterpret_cast<intptr_t>(object_method(reader, "parse_len"_sym, text, length, &value)));
     if (code != ErrorNone) {
-        const char *reason = nullptr;
-        object_method(reader, "errorstring"_sym, &reason);
+        const auto *reason =
+            static_cast<const char *>(object_method(reader, "errorstring"_sym, nullptr));
         error(translated("error parsing patcher file %s"), text_or_empty(file_name));
         error("%s", text_or_empty(reason));
     } else if (!object_classname_compare(value, "dictionary"_sym)) {
@@ -133,7 +132,7 @@ Dictionary *parse(const char *file_name, const char *text, int64_t length) noexc
         value = nullptr;
     }
     object_free(reader);
-    return static_cast<Dictionary *>(code == ErrorNone ? value : nullptr);
+    return reinterpret_cast<Dictionary *>(value);
 }
 
 void set_load_entries(Dictionary *patcher, const char *file_name, int16_t path, int32_t argc,
