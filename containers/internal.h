@@ -34,6 +34,10 @@ inline constexpr int32_t max_nesting = 1000;
 // The text of a dictionary as a JSON document, as the writer lays it out. False on no memory.
 bool json_from_dictionary(const Dictionary *dictionary, Text &out);
 
+// Which tokenizer reads message text: 0, or 1, which knows exponents. Any thread.
+void tokenizer_select(int32_t number) noexcept;
+int32_t tokenizer_selected() noexcept;
+
 // Evaluates atoms by the rules of the second evaluator (arrays that are not message buffers).
 void *atoms_eval(int32_t count, const Atom *atoms, int32_t argc, Atom *argv,
                  void *receiver) noexcept;
