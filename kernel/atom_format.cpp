@@ -313,26 +313,30 @@ void unpack_all(int32_t count, const Atom *atoms, const char *format,
 
 }  // namespace
 
-}  // namespace kiv
-
-ErrorCode atom_setformat(int32_t *count, Atom **atoms, const char *format, ...) noexcept {
+ErrorCode atom_setformat_list(int32_t *count, Atom **atoms, const char *format,
+                              std::va_list *values) noexcept {
     if (!count || !atoms || !format) {
         return ErrorInvalidPointer;
     }
+    if (*count > 0 && *atoms) {
+        *count = pack_all(*count, *atoms, format, values);
+        return ErrorNone;
+    }
+    Atom working[working_atoms];
+    const int32_t packed = pack_all(working_atoms, working, format, values);
+    *count = 0;
+    const ErrorCode result =
+        packed > 0 ? atom_alloc_array(packed, count, atoms, nullptr) : ErrorNone;
+    std::copy_n(working, *count, *atoms);
+    return result;
+}
+
+}  // namespace kiv
+
+ErrorCode atom_setformat(int32_t *count, Atom **atoms, const char *format, ...) noexcept {
     std::va_list values;
     va_start(values, format);
-    ErrorCode result = ErrorNone;
-    if (*count > 0 && *atoms) {
-        *count = kiv::pack_all(*count, *atoms, format, &values);
-    } else {
-        Atom working[kiv::working_atoms];
-        const int32_t packed = kiv::pack_all(kiv::working_atoms, working, format, &values);
-        *count = 0;
-        if (packed > 0) {
-            result = atom_alloc_array(packed, count, atoms, nullptr);
-        }
-        std::copy_n(working, *count, *atoms);
-    }
+    const ErrorCode result = kiv::atom_setformat_list(count, atoms, format, &values);
     va_end(values);
     return result;
 }

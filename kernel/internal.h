@@ -6,6 +6,8 @@
 #include <kiv/object.h>
 #include <kiv/symbol.h>
 
+#include <cstdarg>
+
 #include "platform/platform.h"
 
 namespace kiv {
@@ -194,8 +196,14 @@ void obex_flags_set(Object *x, uint32_t bits) noexcept;  // adds bits, making th
 Object *object_box(const Object *x) noexcept;
 void object_box_set(Object *x, Object *box) noexcept;
 
+// atom_setformat with the values as a list, for the callers that have variable arguments themselves.
+ErrorCode atom_setformat_list(int32_t *count, Atom **atoms, const char *format,
+                              std::va_list *values) noexcept;
+
 // --- Kernel utilities ----------------------------------------------------------------------------
 
+// Packs values by the format letters of atom_setformat into at most `room` atoms; how many.
+int32_t atoms_pack(int32_t room, Atom *atoms, const char *format, std::va_list *values) noexcept;
 uint32_t kernel_random() noexcept;  // uniform; any thread
 // Starts the generator's sequence again, so that a run can be repeated exactly.
 void kernel_random_seed(uint64_t seed) noexcept;
