@@ -329,6 +329,58 @@ void patcher_attach_lines(Patcher *patcher, Jbox *box) noexcept {
     });
 }
 
+void patcher_renumber_lines(Patcher *patcher, Jbox *box, Side side,
+                            const Vector<int32_t> &index_of) noexcept {
+    each_line_of(patcher, box, [&](Patchline *line, Patchline *previous) {
+        int32_t *index = side == Side::outlet && line->box1 == box  ? &line->outlet
+                         : side == Side::inlet && line->box2 == box ? &line->inlet
+                                                                    : nullptr;
+        if (!index || *index < 0 || static_cast<size_t>(*index) >= index_of.size()) {
+            return false;
+        }
+        *index = index_of[static_cast<size_t>(*index)];
+        if (*index >= 0) {
+            return false;
+        }
+        leave_patcher(line, previous);
+        object_free(line);
+        return true;
+    });
+}
+
+void patcher_free_lines_at(Patcher *patcher, void *end) noexcept {
+    const Side side = object_classname_compare(end, "outlet"_sym) ? Side::outlet : Side::inlet;
+    Object *owner = side == Side::outlet ? outlet_owner(static_cast<Outlet *>(end))
+                                         : inlet_owner(static_cast<Inlet *>(end));
+    Object *holder = owner ? object_box(owner) : nullptr;
+    Jbox *box = as_box(holder ? holder : owner);
+    if (!box || box->state->patcher != patcher || box->state->cord_count == 0) {
+        return;
+    }
+    const int32_t count = side == Side::outlet ? box_outlet_count(box) : box_inlet_count(box);
+    try {
+        Vector<int32_t> index_of(static_cast<size_t>(std::max(count, 0)));
+        int32_t next = 0;
+        for (int32_t i = 0; i < count; ++i) {
+            void *at = side == Side::outlet ? static_cast<void *>(jbox_getoutlet(box, i))
+                                            : jbox_getinlet(box, i);
+            index_of[static_cast<size_t>(i)] = at == end ? -1 : next++;
+        }
+        each_line_of(patcher, box, [&](Patchline *line, Patchline *) {
+            void *at = side == Side::outlet
+                           ? static_cast<void *>(jbox_getoutlet(line->box1, line->outlet))
+                           : jbox_getinlet(line->box2, line->inlet);
+            if (at == end) {
+                line_disconnect(line);
+            }
+            return false;
+        });
+        patcher_renumber_lines(patcher, box, side, index_of);
+    } catch (const std::bad_alloc &) {
+        object_error(as_object(patcher), "out of memory: cords were not removed");
+    }
+}
+
 }  // namespace kiv
 
 using namespace kiv;
