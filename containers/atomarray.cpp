@@ -8,12 +8,15 @@
 #include <kiv/atom.h>
 #include <kiv/atomarray.h>
 #include <kiv/class.h>
+#include <kiv/console.h>
 #include <kiv/object.h>
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 #include "containers/families.h"
+#include "containers/free_nested.h"
 #include "containers/values.h"
 
 namespace kiv {
@@ -37,13 +40,14 @@ Atom *copy_of(int32_t count, const Atom *atoms) noexcept {
 }
 
 void destroy(Atomarray *array) noexcept {
-    if (array->flags & atomarray_owns) {
-        free_object_atoms(array->count, array->atoms);
-    } else {
-        sysmem_freeptr(array->atoms);
+    Atom *atoms = std::exchange(array->atoms, nullptr);
+    const int32_t count = std::exchange(array->count, 0);
+    for (int32_t i = 0; i < count && (array->flags & atomarray_owns); ++i) {
+        if (atoms[i].type == TypeObject && atoms[i].value.obj) {
+            free_nested(atoms[i].value.obj);
+        }
     }
-    array->atoms = nullptr;
-    array->count = 0;
+    sysmem_freeptr(atoms);
 }
 
 }  // namespace
@@ -248,7 +252,11 @@ void atomarray_funall(Atomarray *array, void (*function)(Atom *atom, void *arg),
         return;
     }
     // The function may shorten the array or replace its storage: both are read anew each time.
-    for (int32_t i = 0; i < array->count; ++i) {
-        function(array->atoms + i, arg);
+    try {
+        for (int32_t i = 0; i < array->count; ++i) {
+            function(array->atoms + i, arg);
+        }
+    } catch (...) {
+        error("atomarray_funall: the function threw an exception");
     }
 }

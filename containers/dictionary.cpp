@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "containers/families.h"
+#include "containers/free_nested.h"
 #include "containers/values.h"
 
 namespace kiv {
@@ -30,7 +31,7 @@ void destroy_entry(DictionaryEntry *entry) noexcept {
 
 void destroy(Dictionary *dictionary) noexcept {
     hashtab_chuck(dictionary->table);
-    free_order(dictionary->order);
+    object_free(dictionary->order);
     if (dictionary->transaction) {
         critical_free(dictionary->transaction);
     }
@@ -108,6 +109,19 @@ void dictionaries_start() noexcept {
     dictionary_add_methods(c);
     class_register(nullptr, c);
     state.dictionary_class = c;
+}
+
+void free_entry_value(DictionaryEntry *entry) noexcept {
+    const Atom value = std::exchange(entry->value, {});
+    if (value.type != TypeObject || !value.value.obj ||
+        (entry->flags & (ContainerReference | ContainerData))) {
+        return;
+    }
+    if (entry->flags & ContainerMemory) {
+        sysmem_freeptr(value.value.obj);
+    } else {
+        free_nested(value.value.obj);
+    }
 }
 
 DictionaryEntry *dictionary_entry(const Dictionary *dictionary, Symbol *key) noexcept {
@@ -206,7 +220,7 @@ ErrorCode dictionary_clear(Dictionary *dictionary) noexcept {
         return ErrorOutOfMemory;
     }
     hashtab_chuck(std::exchange(dictionary->table, table));
-    free_order(std::exchange(dictionary->order, order));
+    object_free(std::exchange(dictionary->order, order));
     return ErrorNone;
 }
 

@@ -46,7 +46,6 @@ struct DictionaryEntry {
     Atom value;
     int32_t flags;
     LinklistElement *element;  // its place in the order, so that removing needs no search
-    DictionaryEntry *dying;    // chain of postponed entries (dictionary_free.cpp)
 };
 
 namespace kiv {
@@ -118,10 +117,7 @@ bool clone_object_atoms(int32_t count, Atom *atoms) noexcept;
 // so that both owners may free it; null when it counts none.
 void *kept_object(void *x) noexcept;
 
-// Free what a destroyed container owned. However deep values are nested, the stack stays shallow:
-// below a certain depth freeing is postponed until the outermost container is done.
-void free_order(Linklist *order) noexcept;
-void free_object_atoms(int32_t count, Atom *atoms) noexcept;  // and the block that holds them
+// Frees what an entry owns, if anything, and leaves it without a value.
 void free_entry_value(DictionaryEntry *entry) noexcept;
 
 }  // namespace kiv
