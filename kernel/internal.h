@@ -196,7 +196,8 @@ void obex_flags_set(Object *x, uint32_t bits) noexcept;  // adds bits, making th
 Object *object_box(const Object *x) noexcept;
 void object_box_set(Object *x, Object *box) noexcept;
 
-// atom_setformat with the values as a list, for the callers that have variable arguments themselves.
+// atom_setformat with the values as a list, for the callers that have variable arguments
+// themselves.
 ErrorCode atom_setformat_list(int32_t *count, Atom **atoms, const char *format,
                               std::va_list *values) noexcept;
 
