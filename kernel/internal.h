@@ -203,8 +203,6 @@ ErrorCode atom_setformat_list(int32_t *count, Atom **atoms, const char *format,
 
 // --- Kernel utilities ----------------------------------------------------------------------------
 
-// Packs values by the format letters of atom_setformat into at most `room` atoms; how many.
-int32_t atoms_pack(int32_t room, Atom *atoms, const char *format, std::va_list *values) noexcept;
 uint32_t kernel_random() noexcept;  // uniform; any thread
 // Starts the generator's sequence again, so that a run can be repeated exactly.
 void kernel_random_seed(uint64_t seed) noexcept;
