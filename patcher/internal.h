@@ -23,7 +23,5 @@ Object *document_load_text(const char *text, int64_t length) noexcept;
 void loadbang_new_generation() noexcept;
 // Posts the names of the operations on the loadbang queue.
 void loadbang_debug(bool on) noexcept;
-// Takes every patcher out of the overflow state (the console message was cleared).
-void patcher_clear_overflow() noexcept;
 
 }  // namespace kiv

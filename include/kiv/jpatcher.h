@@ -6,6 +6,19 @@
 
 KIV_BEGIN
 
+/* Flags of jpatcher_resolvebox_ex. */
+enum {
+    JPATCHER_RESOLVE_OUTWARD = 1 /* also in the enclosing patchers, innermost first */
+};
+
+/* Flags of the messages "iterate" and "traverse". */
+enum {
+    JPATCHER_ITERATE_BOXES = 1, /* hand over boxes rather than the objects they show */
+    JPATCHER_ITERATE_DEEP = 2   /* also those of subpatchers, each before the boxes after it */
+};
+/* What "iterate" and "traverse" call with their argument and an object; non-zero stops the walk. */
+typedef int32_t (*JpatcherFunction)(void *arg, Object *x);
+
 KIV_EXPORT int32_t jpatcher_is_patcher(const void *x) KIV_NOEXCEPT;
 KIV_EXPORT Object *jpatcher_get_firstobject(void *patcher) KIV_NOEXCEPT;
 KIV_EXPORT Object *jpatcher_get_lastobject(void *patcher) KIV_NOEXCEPT;
