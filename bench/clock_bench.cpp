@@ -1,8 +1,7 @@
-// Setting and firing clocks on a scheduler run by hand, beside a multimap and libuv's timer heap.
+// Setting and firing clocks on a scheduler run by hand, beside a multimap of due times.
 // What it cannot show: how punctual the timer's thread is.
 #include <benchmark/benchmark.h>
 #include <kiv/kiv.h>
-#include <uv.h>
 
 #include <map>
 #include <random>
@@ -67,34 +66,6 @@ void MultimapSetAndFire(benchmark::State &state) {
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 BENCHMARK(MultimapSetAndFire)->Arg(100)->Arg(10000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
-
-// libuv fires what is due when its loop's clock passes it: all timers are set into the past.
-void LibuvSetAndFire(benchmark::State &state) {
-    const std::vector<double> due = times(state.range(0));
-    uv_loop_t loop;
-    uv_loop_init(&loop);
-    std::vector<uv_timer_t> timers(due.size());
-    for (uv_timer_t &timer : timers) {
-        uv_timer_init(&loop, &timer);
-    }
-    for (auto _ : state) {
-        uv_update_time(&loop);
-        for (size_t i = 0; i < due.size(); ++i) {
-            // Due times differ by their order alone, so that the heap sorts as it would.
-            uv_timer_start(
-                &timers[i], [](uv_timer_t *) { ++fired; }, static_cast<uint64_t>(due[i]) / 100000,
-                0);
-        }
-        uv_run(&loop, UV_RUN_DEFAULT);
-    }
-    state.SetItemsProcessed(state.iterations() * state.range(0));
-    for (uv_timer_t &timer : timers) {
-        uv_close(reinterpret_cast<uv_handle_t *>(&timer), nullptr);
-    }
-    uv_run(&loop, UV_RUN_DEFAULT);
-    uv_loop_close(&loop);
-}
-BENCHMARK(LibuvSetAndFire)->Arg(100)->Arg(10000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
 
 void QelemSetAgain(benchmark::State &state) {
     Qelem *const element = qelem_new(nullptr, method(tick));
