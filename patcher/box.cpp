@@ -121,6 +121,16 @@ void keep_subpatcher(BoxState *part) noexcept {
     }
 }
 
+// A text too long for a symbol stays with the box as it is in the document.
+void keep_long_text(BoxState *part, Dictionary *dictionary) noexcept {
+    Atom value;
+    if (dictionary_entryisstring(dictionary, "text"_sym) &&
+        !dictionary_getatom(dictionary, "text"_sym, &value) && value.type == TypeObject) {
+        part->text = ""_sym;
+        keep_entry(&part->unknown, "text"_sym, value);
+    }
+}
+
 Patcher *dictionary_patcher(Dictionary *dictionary) noexcept {
     void *x = nullptr;
     return dictionary && !dictionary_getobject(dictionary, "#P"_sym, &x) ? as_patcher(x) : nullptr;
@@ -143,6 +153,7 @@ void read_fields(Jbox *box, Dictionary *prototype, Dictionary *dictionary) noexc
         apply_fields(box, dictionary);
         read_document_ports(box->state, dictionary);
         keep_unknown(box, dictionary);
+        keep_long_text(box->state, dictionary);
     }
 }
 
@@ -357,6 +368,31 @@ void jbox_show_caption(Jbox *box) noexcept {
 }
 void jbox_hide_caption(Jbox *box) noexcept {
     notify_views(box, "hidecaption"_sym);
+}
+
+Object *jbox_get_object(void *box) noexcept {
+    Jbox *self = as_box(box);
+    return self ? box_object(self) : nullptr;
+}
+
+// A patcher's inlets are all in its list; of any other object, the first one is the object itself,
+// unless its class shows none there.
+void *jbox_getinlet(void *box, int32_t index) noexcept {
+    Jbox *self = as_box(box);
+    if (!self || index < 0 || self->state->placeholder) {
+        return nullptr;
+    }
+    Object *object = box_object(self);
+    if (class_of(object)->flags & ClassNoInlet) {
+        return inlet_nth(object, index);
+    }
+    return index == 0 ? static_cast<void *>(object) : inlet_nth(object, index - 1);
+}
+
+Outlet *jbox_getoutlet(void *box, int32_t index) noexcept {
+    Jbox *self = as_box(box);
+    return self && index >= 0 && !self->state->placeholder ? outlet_nth(box_object(self), index)
+                                                           : nullptr;
 }
 
 void jpatcher_setnextobexprototype(Dictionary *prototype) noexcept {

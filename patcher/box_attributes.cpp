@@ -106,6 +106,26 @@ struct Half {
     }
 };
 
+// Box text that is no symbol (a number, or several atoms) is taken as its text.
+ErrorCode set_text(void *x, void *, int32_t argc, Atom *argv) noexcept {
+    BoxState *part = self(x)->state;
+    if (!part || argc < 1 || !argv) {
+        return ErrorGeneric;
+    }
+    if (argc == 1 && argv->type == TypeSymbol) {
+        part->text = argv->value.sym;
+        return ErrorNone;
+    }
+    char *text = nullptr;
+    int64_t size = 0;
+    if (atom_gettext(argc, argv, &size, &text, 0) || !text) {
+        return ErrorGeneric;
+    }
+    part->text = gensym(text);
+    sysmem_freeptr(text);
+    return ErrorNone;
+}
+
 ErrorCode set_id(void *x, void *, int32_t argc, Atom *argv) noexcept {
     BoxState *part = self(x)->state;
     if (!part || argc < 1 || !argv || argv->type != TypeSymbol) {
@@ -158,7 +178,7 @@ constexpr Field document_fields[] = {
     {"varname", "symbol", Member<&BoxState::var_name>::get, set_var_name,
      Member<&BoxState::var_name>::same},
     {"id", "symbol", Member<&BoxState::id>::get, set_id},
-    field<&BoxState::text>("text", "symbol"),
+    {"text", "symbol", Member<&BoxState::text>::get, set_text},
     saved_field<&BoxState::background>("background", "char"),
     saved_field<&BoxState::ignore_click>("ignoreclick", "char"),
     saved_field<&BoxState::alpha>("boxalpha", "float64"),

@@ -30,7 +30,8 @@ constexpr int32_t max_patcher_nesting = 200;
 
 struct {
     Class *patcher_class;
-    int32_t nesting;  // patchers under construction
+    int32_t nesting;       // patchers under construction
+    int32_t send_context;  // the number given out last
 } state;
 
 // The dictionary a patcher is made from: the one argument, given as an atom or directly.
@@ -381,3 +382,45 @@ void patcher_walks_end(Patcher *patcher) noexcept {
 }
 
 }  // namespace kiv
+
+using namespace kiv;
+
+int32_t jpatcher_is_patcher(const void *x) noexcept {
+    return object_isvalid(x) && object_classname(x) == "jpatcher"_sym;
+}
+
+ErrorCode jpatcher_addboxlistener(void *x, void *listener) noexcept {
+    Patcher *patcher = as_patcher(x);
+    if (!patcher || !object_valid(listener)) {
+        return ErrorGeneric;
+    }
+    auto &listeners = patcher->box_listeners;
+    try {
+        if (std::find(listeners.begin(), listeners.end(), listener) == listeners.end()) {
+            listeners.push_back(static_cast<Object *>(listener));
+        }
+    } catch (const std::bad_alloc &) {
+        return ErrorOutOfMemory;
+    }
+    return ErrorNone;
+}
+
+ErrorCode jpatcher_removeboxlistener(void *x, void *listener) noexcept {
+    Patcher *patcher = as_patcher(x);
+    return patcher && std::erase(patcher->box_listeners, listener) > 0 ? ErrorNone : ErrorGeneric;
+}
+
+void jpatcher_error_obtrusive(void *patcher, void *box, const char *text) noexcept {
+    if (text) {
+        object_error_obtrusive(box ? box : patcher, "%s", text);
+    }
+}
+
+int32_t jpatcher_inc_kivsendcontext() noexcept {
+    return ++kiv::state.send_context;
+}
+
+// There are no fonts before there is a user interface to draw with them.
+void *jpatcher_getboxfont(void *) noexcept {
+    return nullptr;
+}
