@@ -40,7 +40,7 @@ BlockHeader *header_of(const void *ptr) noexcept {
 }
 
 // Reads a header that may belong to nobody, or to a block that was freed: not for the sanitizers.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if KIV_SANITIZED
 __attribute__((no_sanitize("address", "thread"), noinline))
 #else
 inline

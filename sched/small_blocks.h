@@ -28,17 +28,17 @@ struct BlockHeader {
 
 // Sanitizers see misuse only of blocks that come from malloc one by one.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool use_small_blocks = false;
+#define KIV_SANITIZED 1
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
     __has_feature(memory_sanitizer)
-inline constexpr bool use_small_blocks = false;
-#else
-inline constexpr bool use_small_blocks = true;
+#define KIV_SANITIZED 1
 #endif
-#else
-inline constexpr bool use_small_blocks = true;
 #endif
+#ifndef KIV_SANITIZED
+#define KIV_SANITIZED 0
+#endif
+inline constexpr bool use_small_blocks = !KIV_SANITIZED;
 
 inline constexpr size_t max_small_size = 1008;  // 1,024 with the header
 

@@ -1,0 +1,88 @@
+// Conditions: two events, a count of waiting threads and a lock of their own.
+//
+// A waiter counts itself before it lets go of the mutex, so a signal given under the mutex is never
+// lost to it. The events are flags, not counts: two signals in a row may wake one thread, a wake
+// may come without a cause, and callers wait in a loop over what they wait for.
+#include <new>
+
+#include "platform/platform.h"
+#include "sched/internal.h"
+
+struct Condition {
+    kiv::platform::Event one{false};  // wakes one waiter and resets itself
+    kiv::platform::Event all{true};   // wakes all; the last one resets it
+    int64_t waiting = 0;              // guarded by `lock`
+    kiv::platform::CriticalSection lock;
+};
+
+namespace kiv {
+
+namespace {
+
+constexpr uint32_t failed = 0xffffffff;
+
+// Sets an event of a condition that somebody waits for.
+uint32_t wake(ConditionRef condition, platform::Event Condition::*event) noexcept {
+    if (!condition) {
+        return failed;
+    }
+    condition->lock.enter();
+    if (condition->waiting != 0) {
+        (condition->*event).set();
+    }
+    condition->lock.exit();
+    return 0;
+}
+
+}  // namespace
+
+}  // namespace kiv
+
+using namespace kiv;
+
+uint32_t systhread_cond_new(ConditionRef *condition, int32_t) noexcept {
+    if (!condition) {
+        return failed;
+    }
+    void *block = sysmem_newptr(sizeof(Condition));
+    *condition = block ? new (block) Condition : nullptr;
+    return *condition ? 0 : failed;
+}
+
+uint32_t systhread_cond_free(ConditionRef condition) noexcept {
+    if (condition) {
+        condition->~Condition();
+        sysmem_freeptr(condition);
+    }
+    return 0;
+}
+
+uint32_t systhread_cond_wait(ConditionRef condition, MutexRef mutex) noexcept {
+    if (!condition) {
+        return failed;
+    }
+    condition->lock.enter();
+    ++condition->waiting;
+    condition->lock.exit();
+    systhread_mutex_unlock(mutex);
+
+    const int event =
+        platform::Event::wait_either(condition->one, condition->all, platform::wait_forever);
+
+    condition->lock.enter();
+    --condition->waiting;
+    if (event == 1 && condition->waiting == 0) {
+        condition->all.reset();  // inside the lock, or the broadcast for a new waiter could be lost
+    }
+    condition->lock.exit();
+    systhread_mutex_lock(mutex);
+    return 0;
+}
+
+uint32_t systhread_cond_signal(ConditionRef condition) noexcept {
+    return wake(condition, &Condition::one);
+}
+
+uint32_t systhread_cond_broadcast(ConditionRef condition) noexcept {
+    return wake(condition, &Condition::all);
+}
