@@ -1,11 +1,11 @@
 // Read-write locks of the default kind, reached through a table of operations.
 //
-// `state` counts the readers. A writer holds `mutex` from its lock to its unlock and writes only
-// while `state` is 0; a reader holds the mutex just to count itself. So a writer keeps readers out,
-// and readers keep writers out without keeping each other out. A thread that reads may read again,
-// and one that writes may write or read again; one that reads must not write (nobody could).
-// Waiting readers and writers have no order among them; readers that never let `state` fall to 0
-// keep a writer waiting.
+// The state word counts the readers in its low half and the write locks of the one writer in its
+// high half. A writer holds `mutex` from its first lock to its last unlock, so whoever gets the
+// mutex and finds a writer counted is that writer. A reader counts itself without the mutex unless
+// there is a writer to wait for. A thread that reads may read again, and one that writes may write
+// or read again; one that reads must not write (it would wait for itself). Waiting threads have no
+// order; readers that never let their count fall to 0 keep a writer waiting.
 #include <atomic>
 #include <cmath>
 #include <new>
@@ -35,7 +35,7 @@ struct RwlockOperations {
 
 struct Rwlock {
     const kiv::RwlockOperations *operations;  // shared by all locks of the kind
-    std::atomic<int32_t> state;               // readers
+    std::atomic<int32_t> state;               // readers, and write locks in the high half
     MutexRef mutex;                           // held by the writer
     std::atomic<double> spin_ms;              // how long a wait tries again before it sleeps
 };
@@ -69,67 +69,99 @@ bool spin(RwlockRef lock, Attempt attempt) {
     return false;
 }
 
-void take_mutex(RwlockRef lock) {
-    if (!spin(lock, [lock] { return systhread_mutex_trylock(lock->mutex) == 0; })) {
-        systhread_mutex_lock(lock->mutex);
+constexpr int32_t one_write = 1 << 16;
+constexpr int32_t reader_mask = one_write - 1;
+
+bool count_reader(RwlockRef lock) {
+    int32_t state = lock->state.load();
+    while (state < one_write) {
+        if (lock->state.compare_exchange_weak(state, state + 1)) {
+            return true;
+        }
     }
+    return false;
+}
+
+bool count_reader_holding_mutex(RwlockRef lock) {
+    lock->state.fetch_add(1);
+    systhread_mutex_unlock(lock->mutex);
+    return true;
+}
+
+// Without waiting; the mutex is to be had only by the writer itself.
+bool try_read(RwlockRef lock) {
+    return count_reader(lock) ||
+           (systhread_mutex_trylock(lock->mutex) == 0 && count_reader_holding_mutex(lock));
+}
+
+// The caller holds the mutex; it keeps it when it becomes (or is) the writer.
+bool count_writer_holding_mutex(RwlockRef lock) {
+    int32_t state = lock->state.load();
+    while (state == 0 || state >= one_write) {
+        if (lock->state.compare_exchange_weak(state, state + one_write)) {
+            return true;
+        }
+    }
+    systhread_mutex_unlock(lock->mutex);
+    return false;
+}
+
+bool try_write(RwlockRef lock) {
+    return systhread_mutex_trylock(lock->mutex) == 0 && count_writer_holding_mutex(lock);
 }
 
 int32_t default_read_lock(RwlockRef lock) {
-    take_mutex(lock);
-    lock->state.fetch_add(1);
-    systhread_mutex_unlock(lock->mutex);
+    if (!spin(lock, [lock] { return try_read(lock); })) {
+        systhread_mutex_lock(lock->mutex);
+        count_reader_holding_mutex(lock);
+    }
     return 0;
 }
 
 int32_t default_try_read_lock(RwlockRef lock) {
-    if (systhread_mutex_trylock(lock->mutex) != 0) {
-        return -1;
-    }
-    lock->state.fetch_add(1);
-    systhread_mutex_unlock(lock->mutex);
-    return 0;
+    return try_read(lock) ? 0 : -1;
 }
 
 int32_t default_read_unlock(RwlockRef lock) {
-    int32_t readers = lock->state.load();
+    int32_t state = lock->state.load();
     do {
-        if (readers <= 0) {
+        if ((state & reader_mask) == 0) {
             return -1;
         }
-    } while (!lock->state.compare_exchange_weak(readers, readers - 1));
-    if (readers == 1) {
+    } while (!lock->state.compare_exchange_weak(state, state - 1));
+    if (state == 1) {
         lock->state.notify_all();
     }
     return 0;
 }
 
-int32_t default_try_write_lock(RwlockRef lock) {
-    if (systhread_mutex_trylock(lock->mutex) != 0) {
-        return -1;
-    }
-    if (lock->state.load() != 0) {
-        systhread_mutex_unlock(lock->mutex);
-        return -1;
+// The mutex is free while the writer waits for the readers: one that was a writer may still need
+// it.
+int32_t default_write_lock(RwlockRef lock) {
+    while (!spin(lock, [lock] { return try_write(lock); })) {
+        systhread_mutex_lock(lock->mutex);
+        if (count_writer_holding_mutex(lock)) {
+            return 0;
+        }
+        const int32_t state = lock->state.load();
+        if (state != 0) {
+            lock->state.wait(state);
+        }
     }
     return 0;
 }
 
-// The mutex is free while the writer waits for the readers, so that one of them may read again.
-int32_t default_write_lock(RwlockRef lock) {
-    while (!spin(lock, [lock] { return default_try_write_lock(lock) == 0; })) {
-        systhread_mutex_lock(lock->mutex);
-        const int32_t readers = lock->state.load();
-        if (readers == 0) {
-            return 0;
-        }
-        systhread_mutex_unlock(lock->mutex);
-        lock->state.wait(readers);
-    }
-    return 0;
+int32_t default_try_write_lock(RwlockRef lock) {
+    return try_write(lock) ? 0 : -1;
 }
 
 int32_t default_write_unlock(RwlockRef lock) {
+    if (lock->state.load() < one_write) {
+        return -1;
+    }
+    if (lock->state.fetch_sub(one_write) == one_write) {
+        lock->state.notify_all();
+    }
     systhread_mutex_unlock(lock->mutex);
     return 0;
 }
