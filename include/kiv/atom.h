@@ -24,11 +24,11 @@ KIV_EXPORT int32_t atom_gettype(const Atom *atom) KIV_NOEXCEPT;
 
 /* Returns the atom as an integer: a float truncated toward zero (the nearest integer when it is out
    of range, 0 when it is not a number), a symbol's text read as a decimal number. An unreadable
-   symbol posts the error "%s: bad number" and gives 0, as does any other atom. */
+   symbol posts the error "%s: bad number" and gives 0; any other atom just gives 0. */
 KIV_EXPORT int64_t atom_getlong(const Atom *atom) KIV_NOEXCEPT;
 
 /* Returns the atom as a float; a symbol's text is read in single precision. An unreadable symbol
-   posts the error "%s: bad number" and gives 0.0, as does any other atom. */
+   posts the error "%s: bad number" and gives 0.0; any other atom just gives 0.0. */
 KIV_EXPORT double atom_getfloat(const Atom *atom) KIV_NOEXCEPT;
 
 /* Returns the symbol, gensym of a string object's text, or the empty symbol for any other atom. */
