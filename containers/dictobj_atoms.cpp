@@ -267,10 +267,9 @@ class FromAtoms {
         }
         if (values_.size() - top.first != 1) {
             Atom list;
-            if (!take_array(&list)) {
+            if (!take_array(&list) || !add(list)) {
                 return false;
             }
-            values_.push_back(list);
         }
         if (dictionary_store(top.dictionary, top.key, values_.back(), 0) != ErrorNone) {
             return fail("out of memory");

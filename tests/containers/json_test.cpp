@@ -1,0 +1,406 @@
+#include <cmath>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "containers/values_support.h"
+
+namespace kiv::test {
+namespace {
+
+using namespace kiv::literals;
+
+// --- Writing -------------------------------------------------------------------------------------
+
+std::string written_value(const Atom &atom) {
+    OwnedDictionary dictionary = make_dictionary();
+    dictionary_appendatom_flags(dictionary.get(), "v"_sym, &atom, ContainerReference);
+    const std::string text = write_json(dictionary.get());
+    const std::string before = "{\r\n\t\"v\" : ";
+    const std::string after = "\r\n}\r\n";
+    EXPECT_TRUE(text.starts_with(before) && text.ends_with(after)) << text;
+    return text.substr(before.size(), text.size() - before.size() - after.size());
+}
+
+TEST(JsonWriter, WritesEachKindOfAtom) {
+    const Atom nothing{};
+    Atom semicolon{TypeSemicolon, {.i = 0}};
+    Atom comma{TypeComma, {.i = 0}};
+    Atom dollar{TypeDollar, {.i = 3}};
+    Atom dollar_symbol{TypeDollarSymbol, {.sym = gensym("1-\"x")}};
+    Atom null_symbol{TypeSymbol, {.sym = nullptr}};
+    const struct {
+        Atom atom;
+        const char *text;
+    } cases[] = {
+        {nothing, "null"},
+        {long_atom(INT64_MIN), "-9223372036854775808"},
+        {float_atom(3.0), "3.0"},
+        {float_atom(0.25), "0.25"},
+        {float_atom(0.1), "0.1"},
+        {float_atom(-0.0), "-0.0"},
+        {float_atom(100.0), "100.0"},
+        {float_atom(1e-16), "0.0"},
+        {float_atom(1e22), "10000000000000000000000.0"},
+        {symbol_atom("a\"b\\c\n\r\t\b/\xc3\xa9\x01"), "\"a\\\"b\\\\c\\n\\r\\t\\b/\xc3\xa9\x01\""},
+        {symbol_atom(";"), "\"\\u003b\""},
+        {symbol_atom(","), "\"\\u002c\""},
+        {symbol_atom("$"), "\"\\u0024\""},
+        {symbol_atom("$1"), "\"$1\""},
+        {null_symbol, "\"\""},
+        {semicolon, "\";\""},
+        {comma, "\",\""},
+        {dollar, "\"$3\""},
+        {dollar_symbol, "\"$1-\\\"x\""},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(written_value(c.atom), c.text);
+    }
+    EXPECT_EQ(written_value(float_atom(std::numeric_limits<double>::max())).size(), 311u);
+    EXPECT_TRUE(take_posts().empty());
+}
+
+TEST(JsonWriter, ReplacesWhatJsonCannotHold) {
+    for (const double value : {HUGE_VAL, -HUGE_VAL, std::nan("")}) {
+        EXPECT_EQ(written_value(float_atom(value)), "0.");
+        const std::vector<Posted> posts = take_posts();
+        ASSERT_EQ(posts.size(), 1u);
+        EXPECT_EQ(posts[0].kind, PostWarning);
+        EXPECT_EQ(posts[0].text,
+                  "detected out-of-range float value (inf or nan) when writing JSON file, "
+                  "replacing with 0");
+    }
+    Atom unknown{TypeGimme, {.i = 0}};
+    EXPECT_EQ(written_value(unknown), "null");
+    EXPECT_EQ(take_texts(),
+              (std::vector<std::string>{"jsonwriter_writeatom: unsupported atom type: 8"}));
+}
+
+TEST(JsonWriter, LaysOutNestedObjects) {
+    const OwnedDictionary dictionary = read_json(R"({"z":{"b":[1,{"k":2.5},[]],"e":{}},"a":"x"})");
+    ASSERT_TRUE(dictionary);
+    EXPECT_EQ(write_json(dictionary.get()),
+              "{\r\n"
+              "\t\"z\" : \t{\r\n"
+              "\t\t\"b\" : [ 1, \t\t\t{\r\n"
+              "\t\t\t\t\"k\" : 2.5\r\n"
+              "\t\t\t}\r\n"
+              ", [  ] ],\r\n"
+              "\t\t\"e\" : \t\t{\r\n"
+              "\r\n"
+              "\t\t}\r\n"
+              "\r\n"
+              "\t}\r\n"
+              ",\r\n"
+              "\t\"a\" : \"x\"\r\n"
+              "}\r\n");
+}
+
+TEST(JsonWriter, RefusesWhatIsNestedTooDeeply) {
+    OwnedDictionary root = make_dictionary();
+    dictionary_appendobject_flags(root.get(), "self"_sym, root.get(), ContainerReference);
+    Text text;
+    EXPECT_FALSE(json_from_dictionary(root.get(), text));
+    EXPECT_EQ(take_texts(),
+              (std::vector<std::string>{"jsonwriter: nested deeper than 1000 containers"}));
+}
+
+// --- Reading -------------------------------------------------------------------------------------
+
+TEST(JsonReader, ReadsValues) {
+    const struct {
+        const char *json;
+        const char *again;  // as the writer gives it back
+    } cases[] = {
+        {"{}", "{}"},
+        {" { \"a\" : -0 , \"b\":0.5,\"c\":1e3, \"d\":-2.50E-1 }",
+         R"({"a" : 0,"b" : 0.5,"c" : 1000.0,"d" : -0.25})"},
+        {"{\"a\":0.,\"b\":12.}", R"({"a" : 0.0,"b" : 12.0})"},
+        {R"({"a":9223372036854775807,"b":-9223372036854775808})",
+         R"({"a" : 9223372036854775807,"b" : -9223372036854775808})"},
+        {R"({"a":9223372036854775808})", R"({"a" : 9223372036854775808.0})"},
+        {R"({"a":true,"b":false,"c":null})", R"({"a" : 1,"b" : 0,"c" : null})"},
+        {R"({"a":[],"b":[[1,null],[]],"c":[{"k":"v"}]})",
+         R"({"a" : [  ],"b" : [ [ 1, null ], [  ] ],"c" : [ {"k" : "v"} ]})"},
+        {R"({"a":1,"b":2,"a":{"c":3}})", R"({"a" : {"c" : 3},"b" : 2})"},
+        {R"({"":"","a":"\"\\\/\b\f\n\r\t"})", "{\"\" : \"\",\"a\" : \"\\\"\\\\/\\b\f\\n\\r\\t\"}"},
+        {R"({"a":"\u0041\u00e9\u20ac\ud83d\ude00\u003B"})",
+         "{\"a\" : \"A\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80;\"}"},
+        {R"({"a":"\ud83dx","b":"\ud83d\ud83d\ude00","c":"\ude00","d":"x\ud83d"})",
+         "{\"a\" : \"\xef\xbf\xbdx\",\"b\" : \"\xef\xbf\xbd\xf0\x9f\x98\x80\",\"c\" : "
+         "\"\xef\xbf\xbd\",\"d\" : \"x\xef\xbf\xbd\"}"},
+        {"\xef\xbb\xbf{\"a\":1}\r\n", R"({"a" : 1})"},
+    };
+    for (const auto &c : cases) {
+        std::string message;
+        const OwnedDictionary dictionary = read_json(c.json, &message);
+        ASSERT_TRUE(dictionary) << c.json << message;
+        EXPECT_EQ(in_short(dictionary.get()), c.again) << c.json;
+    }
+}
+
+TEST(JsonReader, ReadsNumbersBeyondADouble) {
+    const struct {
+        const char *number;
+        double value;
+    } cases[] = {{"1e400", HUGE_VAL},
+                 {"-1e400", -HUGE_VAL},
+                 {"1e-400", 0.0},
+                 {"0.1e-99999999999999999999", 0.0},
+                 {"1e99999999999999999999", HUGE_VAL},
+                 {"4.9e-324", 4.9e-324},
+                 {"123456789012345678901234567890", 123456789012345678901234567890.0}};
+    for (const auto &c : cases) {
+        const OwnedDictionary dictionary = read_json(std::string("{\"a\":") + c.number +
+                                                     ",\"b\":0." + std::string(400, '0') + "1}");
+        ASSERT_TRUE(dictionary) << c.number;
+        double value = 7.0;
+        EXPECT_EQ(dictionary_getfloat(dictionary.get(), "a"_sym, &value), ErrorNone);
+        EXPECT_EQ(value, c.value) << c.number;
+        dictionary_getfloat(dictionary.get(), "b"_sym, &value);
+        EXPECT_EQ(value, 0.0);
+    }
+}
+
+TEST(JsonReader, SaysWhatIsWrongAndWhere) {
+    const std::string deep(1001, '[');
+    const struct {
+        std::string json;
+        const char *message;
+    } cases[] = {
+        {"{\"a\":1,}",
+         "key expected, possible extra comma or missing '}': line=1, char=8, text='...{\"a\":1,'"},
+        {"", "parsing object, possible missing initial '{' character: line=1, char=1, text='...'"},
+        {"x", "parsing object, possible missing initial '{' character: line=1, char=1, text='...'"},
+        {"{\n  \"a\" 1}", "':' character expected after key: line=2, char=7, text='...{   \"a\" '"},
+        {"{\r\n\r\n\"\xc3\xa9\":}",
+         "value expected for key '\xc3\xa9': line=3, char=5, text='...{    \"\xc3\xa9\":'"},
+        {"{\"a\":[1,]}",
+         "value expected in array, possible extra comma or missing ']': line=1, char=9, "
+         "text='...{\"a\":[1,'"},
+        {"{\"a\":[1 2]}",
+         "',' or ']' character expected in array: line=1, char=9, "
+         "text='...{\"a\":[1 '"},
+        {"{\"a\":1 2}",
+         "',' or '}' character expected after value for key 'a': line=1, char=8, "
+         "text='...{\"a\":1 '"},
+        {"{\"a\":1}]", "']' character unexpected: line=1, char=8, text='...{\"a\":1}'"},
+        {"{\"a\":1} x",
+         "',' or ']' or '}' character expected: line=1, char=9, "
+         "text='...{\"a\":1} '"},
+        {"{\"a\":[1}", "'}' character unexpected: line=1, char=8, text='...{\"a\":[1'"},
+        {"{]", "parsing object: line=1, char=2, text='...{'"},
+        {"{\"a\":[,", "parsing array: line=1, char=7, text='...{\"a\":['"},
+        {"{\"a\":tru}", "parsing boolean: line=1, char=9, text='...{\"a\":tru'"},
+        {"{\"a\":nul}", "parsing null: line=1, char=9, text='...{\"a\":nul'"},
+        {"{\"a\":01}", "parsing number: line=1, char=7, text='...{\"a\":0'"},
+        {"{\"a\":1e}", "parsing number: line=1, char=8, text='...{\"a\":1e'"},
+        {"{\"a\":-}", "parsing number: line=1, char=7, text='...{\"a\":-'"},
+        {"{\"a\":\"\\x\"}",
+         "parsing string, possible missing quote: line=1, char=8, "
+         "text='...{\"a\":\"\\'"},
+        {"{\"a\":\"\\u12g4\"}",
+         "parsing unicode escape: line=1, char=11, "
+         "text='...{\"a\":\"\\u12'"},
+        {"{\"a\":\"\\u0000\"}",
+         "parsing unicode escape: line=1, char=12, "
+         "text='...{\"a\":\"\\u000'"},
+        {"{\"a\n\":1}", "parsing key, possible missing quote: line=1, char=4, text='...{\"a'"},
+        {"{\"a\":\"b\n",
+         "parsing string, possible missing quote: line=1, char=8, "
+         "text='...{\"a\":\"b'"},
+        {"{\"a\":\x01}", "syntax error in value for key 'a': line=1, char=6, text='...{\"a\":'"},
+        {"{\"a\":[\xe2\x80\x9cx]}", "syntax error in array: line=1, char=7, text='...{\"a\":['"},
+        {"{\"a\":[1",
+         "',' or ']' character expected in array: line=1, char=8, "
+         "text='...{\"a\":[1'"},
+        {deep,
+         "containers nested too deeply: line=1, char=1001, "
+         "text='...[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[['"},
+    };
+    for (const auto &c : cases) {
+        std::string message;
+        EXPECT_FALSE(read_json(c.json, &message)) << c.json;
+        EXPECT_EQ(message, c.message) << c.json;
+    }
+}
+
+TEST(JsonReader, AnswersItsMessages) {
+    const std::unique_ptr<void, FreeObject> reader(object_new("nobox"_sym, "jsonreader"_sym));
+    ASSERT_TRUE(reader);
+    EXPECT_STREQ(static_cast<const char *>(object_method(reader.get(), "errorstring"_sym)),
+                 "error: none");
+    Object *result = nullptr;
+    EXPECT_EQ(object_method(reader.get(), "parse_len"_sym, "[1,2]garbage", 5, &result), nullptr);
+    const OwnedArray array(reinterpret_cast<Atomarray *>(result));
+    EXPECT_EQ(atomarray_getsize(array.get()), 2);
+    EXPECT_NE(object_method(reader.get(), "parse"_sym, "[1,2]garbage", &result), nullptr);
+    EXPECT_EQ(result, nullptr);
+    char text[256];
+    object_method(reader.get(), "errorstring"_sym, text);
+    EXPECT_STREQ(text, "',' or ']' or '}' character expected: line=1, char=6, text='...[1,2]'");
+}
+
+TEST(JsonReader, KeepsLongStringsWhole) {
+    for (const size_t length : {size_t{32766}, size_t{32767}, size_t{200000}}) {
+        const std::string text(length, 'x');
+        const OwnedDictionary dictionary = read_json("{\"a\":\"" + text + "\"}");
+        ASSERT_TRUE(dictionary);
+        const char *read = nullptr;
+        EXPECT_EQ(dictionary_getstring(dictionary.get(), "a"_sym, &read), ErrorNone);
+        EXPECT_EQ(std::string(read), text);
+        EXPECT_EQ(dictionary_entryisstring(dictionary.get(), "a"_sym), length > 32766);
+        EXPECT_NE(write_json(dictionary.get()).find("\"" + text + "\""), std::string::npos);
+    }
+    std::string message;
+    EXPECT_FALSE(read_json("{\"" + std::string(40000, 'k') + "\":1}", &message));
+    EXPECT_TRUE(message.starts_with("key too long")) << message;
+}
+
+TEST(JsonReader, FreesDeepDocuments) {
+    std::string json = "{\"a\":";
+    for (int i = 0; i < 499; ++i) {
+        json += "[{\"a\":";
+    }
+    json += "1";
+    for (int i = 0; i < 499; ++i) {
+        json += "}]";
+    }
+    json += "}";
+    const int64_t before = memory_live_blocks();
+    OwnedDictionary dictionary = read_json(json);
+    ASSERT_TRUE(dictionary);
+    const OwnedDictionary clone(dictionary_clone(dictionary.get()));
+    EXPECT_EQ(write_json(clone.get()), write_json(dictionary.get()));
+    dictionary.reset();
+    const_cast<OwnedDictionary &>(clone).reset();
+    EXPECT_EQ(memory_live_blocks(), before);
+}
+
+TEST(JsonReader, SurvivesFailingAllocations) {
+    const char *json = R"({"a":[1,[2,"x"],{"b":"\u00e9"}],"c":{"d":null}})";
+    read_json(json);  // interns the names
+    fail_each_allocation([json] { return read_json(json) != nullptr; });
+    const OwnedDictionary dictionary = read_json(json);
+    fail_each_allocation(
+        [&dictionary] { return OwnedDictionary(dictionary_clone(dictionary.get())) != nullptr; });
+    fail_each_allocation([&dictionary] {
+        Text text;
+        return json_from_dictionary(dictionary.get(), text);
+    });
+}
+
+// --- Both ----------------------------------------------------------------------------------------
+
+// Documents of random values; what the writer cannot keep apart (floats beyond 15 decimals) is left
+// out.
+class Generator {
+  public:
+    explicit Generator(unsigned seed) : random_(seed) {}
+
+    std::string object(int depth) {
+        std::string text = "{";
+        const int count = pick(6);
+        for (int i = 0; i < count; ++i) {
+            text += (i ? ",\"" : "\"") + std::string(1, static_cast<char>('a' + i)) + string() +
+                    "\":" + value(depth);
+        }
+        return text + "}";
+    }
+
+  private:
+    int pick(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
+
+    std::string string() {
+        static const char *const parts[] = {
+            "a",   "\\\"", "\\\\", "\\n", "\\t",           "\\b",  ";",
+            ",",   "$",    "$1",   "{",   "\\u00e9",       "\x7f", "/",
+            "[ ]", "12",   " ",    ":",   "\\uD83D\\uDE00"};
+        std::string text;
+        for (int i = pick(4); i > 0; --i) {
+            text += parts[pick(static_cast<int>(std::size(parts)))];
+        }
+        return text;
+    }
+
+    std::string value(int depth) {
+        switch (pick(depth > 0 ? 8 : 6)) {
+            case 0:
+                return "null";
+            case 1:
+                return std::to_string(static_cast<int64_t>(random_() << 32 ^ random_()));
+            case 2:
+                return std::to_string(static_cast<double>(random_()) / 1024.0 - 1e5);
+            case 3:
+                return pick(2) ? "true" : "false";
+            case 4:
+            case 5:
+                return "\"" + string() + "\"";
+            case 6:
+                return object(depth - 1);
+            default: {
+                std::string text = "[";
+                const int count = pick(5);
+                for (int i = 0; i < count; ++i) {
+                    text += (i ? "," : "") + value(depth - 1);
+                }
+                return text + "]";
+            }
+        }
+    }
+
+    std::mt19937_64 random_;
+};
+
+TEST(Json, WhatIsWrittenReadsBackTheSame) {
+    for (unsigned seed = 0; seed < 300; ++seed) {
+        const std::string source = Generator(seed).object(4);
+        std::string message;
+        const OwnedDictionary first = read_json(source, &message);
+        ASSERT_TRUE(first) << source << message;
+        const std::string text = write_json(first.get());
+        const OwnedDictionary second = read_json(text, &message);
+        ASSERT_TRUE(second) << text << message;
+        ASSERT_EQ(write_json(second.get()), text) << source;
+        const OwnedDictionary clone(dictionary_clone(first.get()));
+        ASSERT_EQ(write_json(clone.get()), text) << source;
+
+        int32_t count = 0;
+        Atom *atoms = nullptr;
+        ASSERT_EQ(dictobj_dictionarytoatoms(first.get(), &count, &atoms), ErrorNone);
+        Dictionary *from_atoms = nullptr;
+        ASSERT_EQ(dictobj_dictionaryfromatoms(&from_atoms, count, atoms), ErrorNone) << source;
+        const OwnedDictionary third(from_atoms);
+        ASSERT_EQ(write_json(third.get()), text) << source;
+        sysmem_freeptr(atoms);
+    }
+}
+
+TEST(Json, DamagedDocumentsAreRefusedOrRead) {
+    const int64_t before = memory_live_blocks();
+    std::mt19937 random(7);
+    for (unsigned seed = 0; seed < 300; ++seed) {
+        std::string text = Generator(seed).object(3);
+        for (int i = 0; i < 3; ++i) {
+            const size_t at = random() % text.size();
+            switch (random() % 3) {
+                case 0:
+                    text.resize(at + 1);
+                    break;
+                case 1:
+                    text[at] = static_cast<char>(random());
+                    break;
+                default:
+                    text.insert(at, 1, "{}[]:,\"\\"[random() % 8]);
+            }
+        }
+        std::string message;
+        const OwnedDictionary dictionary = read_json(text, &message);
+        EXPECT_NE(dictionary == nullptr, message.empty()) << text;
+    }
+    take_posts();
+    EXPECT_LE(memory_live_blocks(), before + 4);  // pools of names may have grown
+}
+
+}  // namespace
+}  // namespace kiv::test
