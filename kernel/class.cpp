@@ -207,11 +207,17 @@ MethodObject *method_object_store(Hashtab *table, const MethodRecord &record) no
         return nullptr;
     }
     method->record = record;
-    if (hashtab_storeflags(table, record.selector, method, ContainerOwns) != ErrorNone) {
+    if (!table_keep(table, record.selector, method)) {
         object_free(method);
         return nullptr;
     }
     return method;
+}
+
+bool table_keep(Hashtab *table, Symbol *key, void *value) noexcept {
+    void *kept = nullptr;
+    return hashtab_storeflags(table, key, value, ContainerOwns) == ErrorNone &&
+           hashtab_lookup(table, key, &kept) == ErrorNone && kept == value;
 }
 
 ErrorCode class_put_method(Class *c, const MethodRecord &record) noexcept {
@@ -245,7 +251,7 @@ Hashtab *class_extra_table(Class *c, Symbol *key, int32_t slots) noexcept {
         return nullptr;
     }
     Hashtab *const made = hashtab_new(slots);
-    if (made && hashtab_storeflags(c->extra, key, made, ContainerOwns) != ErrorNone) {
+    if (made && !table_keep(c->extra, key, made)) {
         object_free(made);
         return nullptr;
     }

@@ -13,17 +13,25 @@
 #include <kiv/sysmem.h>
 
 #include "kernel/class_private.h"
-#include "kernel/dispatch_call.h"
 
 namespace kiv {
 
 namespace {
 
 constexpr int32_t small_table = 13;
+constexpr int32_t extra_slots = 17;
 
-ErrorCode store(Class *c, Symbol *table_name, Symbol *key, void *value, int32_t flags) {
+Hashtab *extra_table(Class *c) {
+    if (!c->extra) {
+        c->extra = hashtab_new(extra_slots);
+    }
+    return c->extra;
+}
+
+// The value belongs to the class from here on, unless memory is exhausted.
+ErrorCode store(Class *c, Symbol *table_name, Symbol *key, void *value) {
     Hashtab *const table = class_extra_table(c, table_name, small_table);
-    return table ? hashtab_storeflags(table, key, value, flags) : ErrorOutOfMemory;
+    return table && table_keep(table, key, value) ? ErrorNone : ErrorOutOfMemory;
 }
 
 ErrorCode store_method(Class *c, Symbol *table_name, const MethodRecord &record) {
@@ -41,41 +49,8 @@ void *look_up(Class *c, Symbol *table_name, Symbol *key) {
 
 // --- Sticky attributes ---------------------------------------------------------------------------
 
-Method accessor(void *attribute, Symbol *which) {
-    return reinterpret_cast<Method>(object_method(attribute, "getmethod"_sym, which));
-}
-
-// A new attribute of the same value, for attributes that cannot be cloned.
-void *copy_of(void *attribute, const Symbol *name) {
-    const Method get = accessor(attribute, "get"_sym);
-    void *const copy = attribute_new(name->name, nullptr, 0, nullptr, nullptr);
-    const Method set = copy ? accessor(copy, "set"_sym) : nullptr;
-    if (!get || !set) {
-        object_free(copy);
-        return nullptr;
-    }
-    int32_t count = 0;
-    Atom *atoms = nullptr;
-    call_guarded("get"_sym, [&]() -> void * {
-        reinterpret_cast<AttrGetter>(get)(attribute, attribute, &count, &atoms);
-        return nullptr;
-    });
-    call_guarded("set"_sym, [&]() -> void * {
-        reinterpret_cast<AttrSetter>(set)(copy, copy, count, atoms);
-        return nullptr;
-    });
-    sysmem_freeptr(atoms);
-    return copy;
-}
-
 void *apply_sticky(HashtabEntry *entry, void *target) {
-    if (!object_valid(entry->value)) {
-        return nullptr;
-    }
-    void *copy = object_clone(entry->value);
-    if (!copy) {
-        copy = copy_of(entry->value, static_cast<Symbol *>(entry->key));
-    }
+    void *const copy = object_clone(entry->value);
     if (copy && object_addattr(target, copy) != ErrorNone) {
         object_free(copy);
     }
@@ -113,14 +88,10 @@ ErrorCode class_extra_store(Class *c, Symbol *key, void *value) noexcept {
 }
 
 ErrorCode class_extra_storeflags(Class *c, Symbol *key, void *value, int32_t flags) noexcept {
-    constexpr int32_t slots = 17;
     if (!c || !key) {
         return ErrorInvalidPointer;
     }
-    if (!c->extra && !(c->extra = hashtab_new(slots))) {
-        return ErrorOutOfMemory;
-    }
-    return hashtab_storeflags(c->extra, key, value, flags);
+    return extra_table(c) ? hashtab_storeflags(c->extra, key, value, flags) : ErrorOutOfMemory;
 }
 
 ErrorCode class_extra_lookup(Class *c, Symbol *key, void **value) noexcept {
@@ -134,7 +105,7 @@ ErrorCode class_sticky(Class *c, Symbol *category, Symbol *key, void *value) noe
     if (!c || !category || !key) {
         return ErrorInvalidPointer;
     }
-    return store(c, category, key, value, ContainerOwns);
+    return store(c, category, key, value);
 }
 
 ErrorCode class_sticky_clear(Class *c, Symbol *category, Symbol *key) noexcept {
@@ -194,7 +165,7 @@ ErrorCode class_addadornment(Class *c, Symbol *name, void *adornment) noexcept {
     if (!c || !name || !adornment) {
         return ErrorInvalidPointer;
     }
-    return store(c, "adornments"_sym, name, adornment, ContainerOwns);
+    return store(c, "adornments"_sym, name, adornment);
 }
 
 void *class_adornment_get(Class *c, Symbol *name, Symbol *key) noexcept {
@@ -221,7 +192,7 @@ void *class_buildprototype(Class *c) noexcept {
     if (prototype && c->attributes) {
         hashtab_funall(c->attributes, add_default, prototype);
     }
-    if (prototype && class_extra_storeflags(c, "prototype"_sym, prototype, ContainerOwns)) {
+    if (!prototype || !extra_table(c) || !table_keep(c->extra, "prototype"_sym, prototype)) {
         object_free(prototype);
         return nullptr;
     }

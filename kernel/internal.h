@@ -65,6 +65,7 @@ struct Class {
     int32_t method_capacity;  // entries that method_list has room for
     int32_t instantiated;     // once set, a method list that is outgrown is kept, not freed
     int64_t users;            // live instances and derived classes; changed atomically
+    uint64_t value_keys;      // of values instances keep: a bit for each key; changed atomically
     Class *copied_from;       // the class whose constructor and free function a copy uses, or null
 };
 

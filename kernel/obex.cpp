@@ -152,6 +152,17 @@ ObexRecord *record_locked(const Object *x, const ObexLock &lock) noexcept {
     return offset > 0 ? field_of(x, offset) : lock->find(x);
 }
 
+// One of 64 bits for a key. A class remembers those of the keys that any instance ever kept a value
+// under, so that asking for what none has (most objects have no attributes of their own) takes no
+// lock.
+uint64_t key_bit(const Symbol *key) noexcept {
+    return uint64_t{1} << (hash_of(key) % 64);
+}
+
+bool may_have(const Object *x, const Symbol *key) noexcept {
+    return std::atomic_ref(class_of(x)->value_keys).load(std::memory_order_acquire) & key_bit(key);
+}
+
 void value_free(const ObexValue &kept) {
     if (kept.flags & ContainerMemory) {
         sysmem_freeptr(kept.value);
@@ -288,6 +299,7 @@ ErrorCode object_obex_storeflags(void *x, Symbol *key, void *value, int32_t flag
     if (!record) {
         return ErrorGeneric;
     }
+    std::atomic_ref(class_of(x)->value_keys).fetch_or(key_bit(key), std::memory_order_release);
     ObexValue replaced{key, nullptr, ContainerReference};
     try {
         const ObexLock lock(object);
@@ -316,6 +328,9 @@ ErrorCode object_obex_lookup(void *x, Symbol *key, void **value) noexcept {
         return ErrorGeneric;
     }
     auto *const object = static_cast<Object *>(x);
+    if (!may_have(object, key)) {
+        return ErrorGeneric;
+    }
     const ObexLock lock(object);
     if (const ObexRecord *const record = record_locked(object, lock)) {
         for (const ObexValue &kept : record->values) {

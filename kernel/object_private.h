@@ -85,7 +85,7 @@ int32_t objects_being_freed() noexcept;
 
 // True for a null pointer and for a record whose method reference is null. An address that cannot
 // be an object's is not read.
-inline bool object_lacks_methods(const void *x) noexcept {
+KIV_READS_STALE inline bool object_lacks_methods(const void *x) noexcept {
     return !x || ((reinterpret_cast<uintptr_t>(x) & 7) == 0 && platform::readable_32(x) &&
                   !static_cast<const Object *>(x)->methods);
 }
