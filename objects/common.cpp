@@ -6,8 +6,14 @@ namespace kiv::objects {
 
 namespace {
 
+// "#1" and its like stand for arguments that an abstraction was not given, as when its document is
+// opened by itself: they count as absent.
+bool is_placeholder(const Atom &atom) {
+    return is_symbol(atom) && atom.value.sym->name[0] == '#';
+}
+
 const Atom *argument(void *x, int32_t index, int32_t argc, const Atom *argv, bool symbol) {
-    if (index >= argc) {
+    if (index >= argc || (!symbol && is_placeholder(argv[index]))) {
         return nullptr;
     }
     if (symbol ? is_symbol(argv[index]) : is_number(argv[index])) {
