@@ -71,10 +71,6 @@ int32_t stored_size(Stored stored) noexcept;
 void stored_read(Stored stored, const void *place, Atom *atom) noexcept;
 void stored_write(Stored stored, void *place, const Atom *atom) noexcept;
 
-// An atom as a number: a symbol by its text, anything else that is no number 0.
-int64_t atom_to_long(const Atom *atom) noexcept;
-double atom_to_float(const Atom *atom) noexcept;
-
 // The accessors used when none is given.
 ErrorCode offset_get(void *x, void *attribute, int32_t *argc, Atom **argv) noexcept;
 ErrorCode offset_set(void *x, void *attribute, int32_t argc, Atom *argv) noexcept;

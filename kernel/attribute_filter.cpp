@@ -7,7 +7,6 @@
 //
 // Filters are added while a class is built and read without a lock afterwards.
 #include "kernel/attribute.h"
-#include "kernel/inlets.h"
 
 namespace kiv {
 
@@ -54,7 +53,12 @@ double clip(const Filter &filter, double value) {
 int64_t clip_long(const Filter &filter, int64_t value) {
     const auto wide = static_cast<double>(value);
     const double inside = clip(filter, wide);
-    return inside == wide ? value : long_from_double(inside);
+    if (inside == wide) {
+        return value;
+    }
+    Atom end;
+    atom_setfloat(&end, inside);
+    return atom_getlong(&end);
 }
 
 enum class Scale { before, divide_after };

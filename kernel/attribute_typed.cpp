@@ -30,16 +30,16 @@ void put(Atom *atom, void *value) {
 }
 
 void take(const Atom *atom, int64_t *value) {
-    *value = atom_to_long(atom);
+    *value = atom_getlong(atom);
 }
 void take(const Atom *atom, uint8_t *value) {
-    *value = static_cast<uint8_t>(std::clamp<int64_t>(atom_to_long(atom), 0, 255));
+    *value = static_cast<uint8_t>(std::clamp<int64_t>(atom_getlong(atom), 0, 255));
 }
 void take(const Atom *atom, double *value) {
-    *value = atom_to_float(atom);
+    *value = atom_getfloat(atom);
 }
 void take(const Atom *atom, float *value) {
-    *value = static_cast<float>(atom_to_float(atom));
+    *value = static_cast<float>(atom_getfloat(atom));
 }
 void take(const Atom *atom, Symbol **value) {
     *value = atom_getsym(atom);

@@ -15,7 +15,6 @@
 #include <limits>
 
 #include "kernel/attribute.h"
-#include "kernel/inlets.h"
 
 namespace kiv {
 
@@ -144,14 +143,6 @@ int32_t stored_size(Stored stored) noexcept {
     }
 }
 
-int64_t atom_to_long(const Atom *atom) noexcept {
-    return atom->type == TypeFloat ? long_from_double(atom->value.f) : atom_getlong(atom);
-}
-
-double atom_to_float(const Atom *atom) noexcept {
-    return atom_getfloat(atom);
-}
-
 void stored_read(Stored stored, const void *place, Atom *atom) noexcept {
     switch (stored) {
         case Stored::nothing:
@@ -192,22 +183,22 @@ void stored_write(Stored stored, void *place, const Atom *atom) noexcept {
         case Stored::nothing:
             break;
         case Stored::unsigned8:
-            store(place, clipped<uint8_t>(atom_to_long(atom)));
+            store(place, clipped<uint8_t>(atom_getlong(atom)));
             break;
         case Stored::signed16:
-            store(place, clipped<int16_t>(atom_to_long(atom)));
+            store(place, clipped<int16_t>(atom_getlong(atom)));
             break;
         case Stored::signed32:
-            store(place, clipped<int32_t>(atom_to_long(atom)));
+            store(place, clipped<int32_t>(atom_getlong(atom)));
             break;
         case Stored::signed64:
-            store(place, atom_to_long(atom));
+            store(place, atom_getlong(atom));
             break;
         case Stored::float32:
-            store(place, narrowed(atom_to_float(atom)));
+            store(place, narrowed(atom_getfloat(atom)));
             break;
         case Stored::float64:
-            store(place, atom_to_float(atom));
+            store(place, atom_getfloat(atom));
             break;
         case Stored::symbol:
             store(place, atom_to_symbol(atom));
