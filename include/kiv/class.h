@@ -165,25 +165,41 @@ KIV_EXPORT ErrorCode class_addtransform(Class *c, Method function, const char *n
 KIV_EXPORT void *class_buildprototype(Class *c) KIV_NOEXCEPT;
 /* A copy of the prototype, built when there is none yet; the caller's to free. */
 KIV_EXPORT void *class_cloneprototype(Class *c) KIV_NOEXCEPT;
+/* Gives the class the attribute "parameter_enable", off at first, saved with documents; each
+   object's extension record keeps its value. Returns 0, -2 for a null class, -1, -4. */
 KIV_EXPORT ErrorCode class_parameter_init(Class *c) KIV_NOEXCEPT;
-/* --- attributes of a class */
+
+/* --- attributes of a class, added before it is registered */
+
+/* Adds an attribute, which the class frees; one of the same name is replaced. The class's sticky
+   settings ("sticky_attr") apply to it first. Returns 0, -2 when either is null or the attribute
+   does not answer "getname", -1 when the class's table cannot be made, -4. */
 KIV_EXPORT ErrorCode class_addattr(Class *c, void *attribute) KIV_NOEXCEPT;
+
+/* Describe an attribute of the class by giving it an attribute `key` of its own ("label", "save",
+   "default", "enumvals", "style", "category", "order" ...), of the named type, with the value of
+   atoms; of values packed by the letters of atom_setformat; of text read as message text. Return
+   0, -2 for a null class, name or key, -1 when the class has no such attribute, -4. */
 KIV_EXPORT ErrorCode class_addattr_atoms(Class *c, const char *attribute, Symbol *key,
                                          const char *type, int32_t count, Atom *atoms) KIV_NOEXCEPT;
 KIV_EXPORT ErrorCode class_addattr_format(Class *c, const char *attribute, Symbol *key,
                                           const char *type, const char *format, ...) KIV_NOEXCEPT;
 KIV_EXPORT ErrorCode class_addattr_parse(Class *c, const char *attribute, Symbol *key,
                                          const char *type, const char *text) KIV_NOEXCEPT;
+
+/* Adds an attribute as class_addattr does and marks it as one that styles may set. */
 KIV_EXPORT ErrorCode class_addstyleattr(Class *c, void *attribute) KIV_NOEXCEPT;
+
+/* Mark an attribute of the class as one that styles may set; as a colour that may be a gradient
+   (`fill` 0 takes that mark away). Return 0, -2 for a null argument, -1 when there is none. */
 KIV_EXPORT ErrorCode class_attr_setstyle(Class *c, const char *name) KIV_NOEXCEPT;
 KIV_EXPORT ErrorCode class_attr_setfill(Class *c, const char *name, int32_t fill) KIV_NOEXCEPT;
+
+/* Adds an attribute for a time value (a number of ms, or a word of musical time), kept in each
+   object's extension record as it was written; `label` may be null, `flags` are attribute flags.
+   Returns as class_addattr. */
 KIV_EXPORT ErrorCode class_time_addattr(Class *c, const char *name, const char *label,
                                         int64_t flags) KIV_NOEXCEPT;
-
-#define class_super_construct(...) KIV_SUPER_CONSTRUCT(__VA_ARGS__, 0, 0, 0, 0, 0, 0, 0, 0, 0)
-#define KIV_SUPER_CONSTRUCT(x, p1, p2, p3, p4, p5, p6, p7, p8, ...)                            \
-    class_super_construct_imp(x, NULL, KIV_WORD(p1), KIV_WORD(p2), KIV_WORD(p3), KIV_WORD(p4), \
-                              KIV_WORD(p5), KIV_WORD(p6), KIV_WORD(p7), KIV_WORD(p8))
 
 KIV_END
 
