@@ -12,7 +12,7 @@
 namespace kiv {
 
 // Longest error text of the reader, terminator included.
-inline constexpr int32_t json_error_size = 256;
+inline constexpr int32_t json_error_size = KIV_JSON_ERROR_SIZE;
 
 // Reads a document: ErrorNone and a dictionary or an atom array that the caller frees, or else null
 // and what is wrong in `message` (json_error_size bytes).

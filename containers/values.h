@@ -51,9 +51,9 @@ struct DictionaryEntry {
 namespace kiv {
 
 // Bit of an atom array's flags: the destructor frees the object atoms.
-inline constexpr int32_t atomarray_owns = 1;
+inline constexpr int32_t atomarray_owns = AtomarrayOwns;
 // Flag of the dictionary's appenders: object values are cloned before they are stored.
-inline constexpr int32_t append_clones = 8192;
+inline constexpr int32_t append_clones = DictionaryClones;
 // Texts of this length and more do not fit in a symbol and stay string objects.
 inline constexpr size_t longest_symbol = 32766;
 

@@ -1,3 +1,4 @@
+/* The compressed form of JSON documents. */
 #ifndef KIV_COMPRESSION_H
 #define KIV_COMPRESSION_H
 
@@ -5,6 +6,8 @@
 
 KIV_BEGIN
 
+/* Compresses and restores `size` bytes, without a file header; *out is the caller's to free with
+   sysmem_freeptr. */
 KIV_EXPORT ErrorCode compression_compressjson_headless(const char *text, int64_t size, char **out,
                                                        int64_t *out_size) KIV_NOEXCEPT;
 KIV_EXPORT ErrorCode compression_decompressjson_headless(const char *data, int64_t size, char **out,
