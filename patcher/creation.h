@@ -54,6 +54,8 @@ Symbol *creation_patcher_name() noexcept;
 const Vector<Atom> *creation_arguments(Patcher *patcher) noexcept;
 // The text of a box with the arguments in place of "#0" to "#9".
 Text creation_substitute(const char *text, const Vector<Atom> &arguments);
+// Gives a box dictionary that has only a position the rectangle that goes with it.
+void creation_complete_rect(Dictionary *dictionary) noexcept;
 // The object that makes the objects of a namespace: "#N" for "box", else a class factory.
 Object *creation_maker(Symbol *name_space) noexcept;
 // While creation is suspended, makers make nothing and answer null.
@@ -99,6 +101,7 @@ const char *translated(const char *text) noexcept;
 // --- The parts of creation (each in the file of its name) ----------------------------------------
 
 void newobj_start() noexcept;
+void bpatcher_start() noexcept;
 void bogus_start() noexcept;
 void maker_start() noexcept;
 

@@ -90,19 +90,6 @@ void carry_over(Dictionary *from, Dictionary *to) noexcept {
     }
 }
 
-void complete_rect(Dictionary *dictionary) noexcept {
-    int32_t count = 0;
-    Atom *position = nullptr;
-    if (!dictionary_hasentry(dictionary, "patching_rect"_sym) &&
-        dictionary_getatoms(dictionary, "patching_position"_sym, &count, &position) == ErrorNone &&
-        count >= 2) {
-        Atom rect[4] = {position[0], position[1], {}, {}};
-        atom_setfloat(&rect[2], 100.);
-        atom_setfloat(&rect[3], 20.);
-        dictionary_appendatoms(dictionary, "patching_rect"_sym, 4, rect);
-    }
-}
-
 // The box that a user-interface class makes of the text and the place of an object box.
 Object *box_of_class(Class *c, Dictionary *dictionary, Object *patcher, Vector<Atom> &atoms) {
     Dictionary *own = dictionary_new();
@@ -115,7 +102,7 @@ Object *box_of_class(Class *c, Dictionary *dictionary, Object *patcher, Vector<A
     dictionary_appendsym(own, "kivclass"_sym, c->name);
     dictionary_appendobject_flags(own, "#P"_sym, patcher, ContainerReference);
     carry_over(dictionary, own);
-    complete_rect(own);
+    creation_complete_rect(own);
     Atom argument;
     atom_setobj(&argument, own);
     auto *box = static_cast<Object *>(object_new_typed(c->name_space, c->name, 1, &argument));

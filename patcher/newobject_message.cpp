@@ -120,26 +120,9 @@ Jbox *construct(Class *c, Patcher *patcher, Dictionary *dictionary) {
     return box;
 }
 
-// Gives a dictionary that has only a position the rectangle that goes with it.
-void complete_rect(Dictionary *dictionary) noexcept {
-    int32_t count = 0;
-    Atom *position = nullptr;
-    if (dictionary_hasentry(dictionary, "patching_rect"_sym) ||
-        dictionary_getatoms(dictionary, "patching_position"_sym, &count, &position) != ErrorNone ||
-        count < 2) {
-        return;
-    }
-    Atom rect[4];
-    atom_setfloat(&rect[0], atom_getfloat(&position[0]));
-    atom_setfloat(&rect[1], atom_getfloat(&position[1]));
-    atom_setfloat(&rect[2], 100.);
-    atom_setfloat(&rect[3], 20.);
-    dictionary_appendatoms(dictionary, "patching_rect"_sym, 4, rect);
-}
-
 Jbox *placeholder(Patcher *patcher, Dictionary *dictionary, Symbol *class_name,
                   const char *format) noexcept {
-    complete_rect(dictionary);
+    creation_complete_rect(dictionary);
     Object *box = bogus_box_new(as_object(patcher), dictionary, class_name);
     if (box) {
         object_error(box, translated(format), class_name->name);
@@ -198,6 +181,22 @@ Jbox *create(Patcher *patcher, Dictionary *dictionary, const CreationFrame &fram
 
 }  // namespace
 
+void creation_complete_rect(Dictionary *dictionary) noexcept {
+    int32_t count = 0;
+    Atom *position = nullptr;
+    if (dictionary_hasentry(dictionary, "patching_rect"_sym) ||
+        dictionary_getatoms(dictionary, "patching_position"_sym, &count, &position) != ErrorNone ||
+        count < 2) {
+        return;
+    }
+    Atom rect[4];
+    atom_setfloat(&rect[0], atom_getfloat(&position[0]));
+    atom_setfloat(&rect[1], atom_getfloat(&position[1]));
+    atom_setfloat(&rect[2], 100.);
+    atom_setfloat(&rect[3], 20.);
+    dictionary_appendatoms(dictionary, "patching_rect"_sym, 4, rect);
+}
+
 Object *patcher_newobject(Object *patcher_object, Dictionary *dictionary) noexcept {
     Patcher *patcher = as_patcher(patcher_object);
     if (!patcher || !dictionary) {
@@ -205,8 +204,10 @@ Object *patcher_newobject(Object *patcher_object, Dictionary *dictionary) noexce
     }
     const Binding receiving("#P"_sym, patcher);
     const DefaultPath beside(folder_of(patcher));
-    Dictionary *box_dictionary = dictionary;
-    dictionary_getdictionary(dictionary, "box"_sym, &box_dictionary);
+    Dictionary *box_dictionary = nullptr;
+    if (dictionary_getdictionary(dictionary, "box"_sym, &box_dictionary) != ErrorNone) {
+        box_dictionary = dictionary;
+    }
     const BoxWalk alive(patcher);
     try {
         const CreationFrame frame(box_dictionary);
