@@ -55,6 +55,7 @@ void append_argument(Text &out, const Atom &argument) {
 void creation_start() noexcept {
     bogus_start();
     newobj_start();
+    bpatcher_start();
     maker_start();
     kernel_hooks().load_class_module = module_search;
     kernel_hooks().maker_knows = maker_understands;
