@@ -1,6 +1,7 @@
 // Message text from and to text.
 #include <kiv/object.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -75,8 +76,9 @@ void object_write(Text &out, void *x) {
 // Appends the atoms of a text. False when a word is too long or memory ends; the buffer then holds
 // part of them.
 bool append_text(Binbuf *buf, std::string_view text, bool separators) {
-    Vector<Atom> batch(batch_size);
-    Vector<char> word(longest_word + 1);
+    // A text has no more atoms, and no longer words, than it has bytes.
+    Vector<Atom> batch(std::min(batch_size, text.size() + 1));
+    Vector<char> word(std::min(longest_word, text.size()) + 1);
     Tokenizer tokenizer(text);
     size_t filled = 0;
     bool more = true;
@@ -92,7 +94,7 @@ bool append_text(Binbuf *buf, std::string_view text, bool separators) {
         if (tokenizer.failed()) {
             return false;
         }
-        if (filled == batch_size || !more) {
+        if (filled == batch.size() || !more) {
             if (!store_append(buf->store, static_cast<int32_t>(filled), batch.data())) {
                 return false;
             }
