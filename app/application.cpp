@@ -24,7 +24,7 @@ void usecontext(Application *, int64_t flag) {
 }
 
 void size(Application *) {
-    constexpr long long static_slots = 1973;
+    constexpr long long static_slots = symbol_static_slots;
     post("%lld static symbols", static_slots);
     post("%lld symbols in memory", static_slots + static_cast<long long>(symbols_count_dynamic()));
 }

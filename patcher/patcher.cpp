@@ -412,7 +412,7 @@ ErrorCode jpatcher_removeboxlistener(void *x, void *listener) noexcept {
 
 void jpatcher_error_obtrusive(void *patcher, void *box, const char *text) noexcept {
     if (text) {
-        object_error_obtrusive(box ? box : patcher, "%s", text);
+        object_error(box ? box : patcher, "%s", text);
     }
 }
 
