@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 
 #include "containers/families.h"
 #include "containers/values.h"
@@ -100,15 +101,18 @@ ErrorCode string_append(String *string, const char *text) noexcept {
     }
     const int64_t length = length_of(string);
     const auto added = static_cast<int64_t>(std::strlen(text));
-    // The text may be the string's own, which growing moves.
-    const int64_t offset = text == string->text ? 0 : -1;
+    // The text may be part of the string's own, which growing moves.
+    const std::less<> before;
+    const bool own = string->text && !before(text, string->text) &&
+                     before(text, string->text + string->capacity);
+    const ptrdiff_t offset = own ? text - string->text : 0;
     if (length + added >= string->capacity &&
         !grow(string, string->capacity + int64_t{512} + added)) {
         return ErrorOutOfMemory;
     }
     const int64_t room = string->capacity - 1 - length;
     const int64_t copied = std::min(added, room);
-    std::memmove(string->text + length, offset == 0 ? string->text : text,
+    std::memmove(string->text + length, own ? string->text + offset : text,
                  static_cast<size_t>(copied));
     string->text[length + copied] = '\0';
     return copied == added ? ErrorNone : ErrorOutOfMemory;
