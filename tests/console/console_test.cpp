@@ -1,6 +1,8 @@
 #include <kiv/atom.h>
 #include <kiv/class.h>
 #include <kiv/console.h>
+#include <kiv/jbox.h>
+#include <kiv/newobject.h>
 #include <kiv/object.h>
 #include <kiv/symbol.h>
 
@@ -110,6 +112,25 @@ TEST(Console, KindsSourcesAndCounts) {
     object_free(x);
     object_error(x, "of a freed object");
     EXPECT_EQ(take_posts().at(0).class_name, "");
+}
+
+TEST(Console, ObtrusiveErrorIsPostedOnceForTheBox) {
+    void *patcher = object_new(gensym("nobox"), gensym("jpatcher"), 0, nullptr);
+    Object *box = newobject_fromboxtext(patcher, "print");
+    ASSERT_NE(box, nullptr);
+    errorcount_set(0);
+    take_posts();
+    for (void *source : {static_cast<void *>(box), static_cast<void *>(jbox_get_object(box))}) {
+        object_error_obtrusive(source, "%d%%", 5);
+        const std::vector<Posted> posts = take_posts();
+        ASSERT_EQ(posts.size(), 1u);
+        EXPECT_EQ(posts[0].kind, PostError);
+        EXPECT_EQ(posts[0].text, "5%");
+        EXPECT_EQ(posts[0].class_name, "print");
+        EXPECT_EQ(posts[0].box_id, jbox_get_id(box)->name);
+    }
+    EXPECT_EQ(errorcount_get(), 2);
+    object_free(patcher);
 }
 
 TEST(Console, TextsAreCutAt2047Characters) {
