@@ -40,6 +40,11 @@ bool list_wanted_whole(const Object *x) {
 
 // Atoms 2 and on to the inlets from the head of the list, then the first to the object itself.
 void spread_list(Object *x, int32_t argc, const Atom *argv) {
+    SendState *state = send_state();
+    if (!state) {
+        return;
+    }
+    Section section(*state);  // a list may also come without a send
     Inlet *inlet = class_of(x)->lightweight ? nullptr : x->inlets;
     for (int32_t i = 1; i < argc && inlet; ++i) {
         if (argv[i].type == TypeLong) {

@@ -153,11 +153,27 @@ TEST(Outlet, SpreadsAListOverInletsAndServesTheLeftOneLast) {
     EXPECT_EQ(take_messages(), Texts{"R ft1 2.500000"});
     outlet_list(out, nullptr, 0, four);
     EXPECT_TRUE(take_messages().empty());
-    // The first inlet's message frees the object with all its inlets.
-    on_message() = [](Recorder *x) { object_free(x); };
-    outlet_list(out, nullptr, 4, four);
-    on_message() = nullptr;
-    EXPECT_EQ(take_messages(), Texts{"R ft1 2.500000"});
+    // The first inlet's message frees the object with all its inlets, in a send and without one.
+    for (const bool by_cord : {true, false}) {
+        Recorder *brief = recorder('R', "i12");
+        floatin(brief, 1);
+        floatin(brief, 1);
+        Inlet *any = inlet4(recorder('O', ""), brief, nullptr, nullptr);
+        outlet_add(out, brief);
+        on_message() = [=](Recorder *x) {
+            if (x == brief) {
+                object_free(x);
+            }
+        };
+        if (by_cord) {
+            outlet_list(out, nullptr, 4, four);
+        } else {
+            outlet_rm(out, brief);
+            typedmess(any, "list"_sym, 4, four);
+        }
+        on_message() = nullptr;
+        EXPECT_EQ(take_messages().front(), "R ft1 2.500000");
+    }
 }
 
 TEST(Outlet, ChoosesByTheFirstAtom) {
