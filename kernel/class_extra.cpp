@@ -59,13 +59,15 @@ void *apply_sticky(HashtabEntry *entry, void *target) {
 
 // --- The prototype -------------------------------------------------------------------------------
 
-void *add_default(HashtabEntry *attribute, void *prototype) {
+void *add_default(HashtabEntry *attribute, void *dictionary) {
+    auto *const prototype = static_cast<Dictionary *>(dictionary);
+    auto *const name = static_cast<Symbol *>(attribute->key);
     int32_t count = 0;
     Atom *atoms = nullptr;
     if (object_attr_getvalueof(attribute->value, "default"_sym, &count, &atoms) == ErrorNone &&
         count > 0) {
-        dictionary_appendatoms(static_cast<Dictionary *>(prototype),
-                               static_cast<Symbol *>(attribute->key), count, atoms);
+        count == 1 ? dictionary_appendatom(prototype, name, atoms)
+                   : dictionary_appendatoms(prototype, name, count, atoms);
     }
     sysmem_freeptr(atoms);
     return nullptr;

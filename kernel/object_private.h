@@ -35,7 +35,7 @@ struct ObexRecord {
     Vector<ObexValue> values;
 
     // Guarded by the kernel's global critical region.
-    Symbol *name = nullptr;  // null while unregistered
+    std::atomic<Symbol *> name{nullptr};  // null while unregistered; read without the region
     Symbol *name_space = nullptr;
     int32_t registrations = 0;
     Vector<Object *> clients;      // attached to the owner, in order of attaching

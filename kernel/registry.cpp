@@ -67,7 +67,7 @@ bool name_take(Symbol *name_space, Symbol *name, Object *x) noexcept {
 void name_drop(const ObexRecord &record) {
     const auto space = state->spaces.find(record.name_space);
     if (space != state->spaces.end()) {
-        space->second.erase(record.name);
+        space->second.erase(record.name.load());
     }
 }
 
@@ -111,7 +111,7 @@ Registration register_again(Object *x, ObexRecord &record, Symbol *name_space, S
         return {Outcome::refused, nullptr};
     }
     name_drop(record);
-    name_release(std::exchange(record.name, name));
+    name_release(record.name.exchange(name));
     subscribers_attach(x, record);
     return {Outcome::registered, x};
 }
@@ -169,7 +169,7 @@ bool registry_unregister(Object *x) noexcept {
         return true;
     }
     if (verbose_get()) {
-        post("unregistering: %s in %p. ref count now %d", record->name->name,
+        post("unregistering: %s in %p. ref count now %d", record->name.load()->name,
              static_cast<void *>(record->name_space), record->registrations);
     }
     object_notify(x, "free"_sym, nullptr);
@@ -177,7 +177,7 @@ bool registry_unregister(Object *x) noexcept {
     if (record->name) {
         clients_drop(record.get());
         name_drop(*record.get());
-        name_release(std::exchange(record->name, nullptr));
+        name_release(record->name.exchange(nullptr));
         record->name_space = nullptr;
         record->registrations = 0;
     }
