@@ -130,6 +130,8 @@ Object *outlet_owner(const Outlet *outlet) noexcept;
 Symbol *outlet_type(const Outlet *outlet) noexcept;  // null for an untyped one
 void outlet_visit(Outlet *outlet, void (*visit)(void *receiver, void *argument),
                   void *argument) noexcept;
+// Walks an outlet's whole connection list: null, or what is broken in it. Tests call it.
+const char *outlet_check(Outlet *outlet) noexcept;
 // Silences an outlet or lets it speak again; a silenced outlet's sends return 0.
 void outlet_silence(Outlet *outlet, bool on) noexcept;
 // Makes a new outlet pass its connections on: to the outlets connected to the recording inlet

@@ -380,6 +380,28 @@ void outlet_visit(Outlet *outlet, void (*visit)(void *receiver, void *argument),
     }
 }
 
+const char *outlet_check(Outlet *outlet) noexcept {
+    Lock lock;
+    const Connection *previous = nullptr;
+    for (const Connection *c = first_of(outlet->connections); c; previous = c, c = after(c)) {
+        const Object *receiver = c->receiver.load(std::memory_order_relaxed);
+        if (c->magic != KIV_OBJECT_MAGIC || !receiver) {
+            return "a broken connection is still linked";
+        }
+        if (c->previous != previous || c->sender != outlet) {
+            return "a connection's links or sender are wrong";
+        }
+        const Connection *peer = first_of(bucket_of(receiver));
+        while (peer && peer != c) {
+            peer = peer->peer_next;
+        }
+        if (!peer) {
+            return "a connection is missing from its receiver's bucket";
+        }
+    }
+    return nullptr;
+}
+
 void outlet_set_link(Outlet *outlet, void *link) noexcept {
     outlet->link = link;
     outlet->flags |= OutletPassThrough;

@@ -300,6 +300,9 @@ TEST(Outlet, SendSurvivesWhatReceiversDo) {
             EXPECT_EQ(outlet_int(s.out, 5), sent);
             on_message() = nullptr;
             EXPECT_EQ(take_messages(), c.arrived);
+            if (s.x && outlet_nth(s.x, 0)) {
+                EXPECT_STREQ(outlet_check(s.out), nullptr);
+            }
             for (Recorder *r : {s.x, s.a, s.b, s.c}) {
                 if (r) {
                     object_free(r);
@@ -344,6 +347,7 @@ TEST(Outlet, ConnectionsChangeWhileOtherThreadsSend) {
     for (std::thread &thread : threads) {
         thread.join();
     }
+    EXPECT_STREQ(outlet_check(out), nullptr);
     object_free(owner);
     object_free(steady);
     // The class stays, and so do the send states of threads that the kernel did not start.
