@@ -28,8 +28,7 @@ struct {
 // Applies the entries that the box part knows. Called before anything can be attached to the box,
 // so that the table's setters need not notify anybody; an attribute that the class replaced by its
 // own is set through the interface.
-void apply_fields(Jbox *box, Dictionary *dictionary) noexcept {
-    const BoxClass &known = box_class(class_of(box));
+void apply_fields(Jbox *box, const BoxClass &known, Dictionary *dictionary) noexcept {
     const auto fields = box_document_fields();
     for (size_t i = 0; i < fields.size(); ++i) {
         int32_t argc = 0;
@@ -47,7 +46,11 @@ void apply_fields(Jbox *box, Dictionary *dictionary) noexcept {
 }
 
 void apply_saved(Object *x, Dictionary *dictionary) noexcept {
-    for (const SavedAttribute &attribute : box_class(class_of(x)).saved) {
+    const BoxClass *known = box_class(class_of(x));
+    if (!known) {
+        return;
+    }
+    for (const SavedAttribute &attribute : known->saved) {
         int32_t argc = 0;
         Atom *argv = nullptr;
         if (!dictionary_getatoms(dictionary, attribute.name, &argc, &argv)) {
@@ -108,8 +111,8 @@ void keep_if_unknown(DictionaryEntry *entry, void *arg) noexcept {
     }
 }
 
-void keep_unknown(Jbox *box, Dictionary *dictionary) noexcept {
-    UnknownEntries search{&box_class(class_of(box)), holds_subpatcher(box), &box->state->unknown};
+void keep_unknown(Jbox *box, const BoxClass &known, Dictionary *dictionary) noexcept {
+    UnknownEntries search{&known, holds_subpatcher(box), &box->state->unknown};
     dictionary_funall(dictionary, keep_if_unknown, &search);
 }
 
@@ -145,16 +148,46 @@ Dictionary *first_dictionary(int32_t argc, Atom *argv) noexcept {
 
 // Reads one dictionary into a box; the prototype of the next box comes first, so that the box
 // dictionary has the last word.
-void read_fields(Jbox *box, Dictionary *prototype, Dictionary *dictionary) noexcept {
+ErrorCode read_fields(Jbox *box, Dictionary *prototype, Dictionary *dictionary) noexcept {
+    const BoxClass *known = box_class(class_of(box));
+    if (!known) {
+        return ErrorOutOfMemory;
+    }
     if (prototype) {
-        apply_fields(box, prototype);
+        apply_fields(box, *known, prototype);
     }
     if (dictionary) {
-        apply_fields(box, dictionary);
+        apply_fields(box, *known, dictionary);
         read_document_ports(box->state, dictionary);
-        keep_unknown(box, dictionary);
+        keep_unknown(box, *known, dictionary);
         keep_long_text(box->state, dictionary);
     }
+    return ErrorNone;
+}
+
+// The attributes come first, then the box's place in its patcher, then what the class added: its
+// setters find the box in the patcher.
+ErrorCode build(Jbox *box, Dictionary *prototype, Dictionary *dictionary) noexcept {
+    if (ErrorCode failure = read_fields(box, prototype, dictionary)) {
+        return failure;
+    }
+    if (Patcher *patcher = dictionary_patcher(dictionary)) {
+        if (!patcher_add_box(patcher, box)) {
+            return ErrorOutOfMemory;
+        }
+        apply_order(box, dictionary);
+    } else {
+        object_error(box, "no patcher in box dictionary constructor");
+    }
+    if (prototype) {
+        apply_saved(as_object(box), prototype);
+    }
+    if (dictionary) {
+        apply_saved(as_object(box), dictionary);
+        object_retain(dictionary);
+        box->state->source = dictionary;
+    }
+    return ErrorNone;
 }
 
 void notify_views(Jbox *box, Symbol *message) noexcept {
@@ -266,27 +299,14 @@ ErrorCode jbox_new(Jbox *box, int32_t, int32_t argc, Atom *argv) noexcept {
 
     Dictionary *dictionary = first_dictionary(argc, argv);
     Dictionary *prototype = std::exchange(kiv::state.prototype, nullptr);
-    read_fields(box, prototype, dictionary);
-    if (Patcher *patcher = dictionary_patcher(dictionary)) {
-        if (!patcher_add_box(patcher, box)) {
-            object_free(prototype);
-            jbox_free(box);
-            return ErrorOutOfMemory;
-        }
-        apply_order(box, dictionary);
-    } else {
-        object_error(box, "no patcher in box dictionary constructor");
-    }
+    const ErrorCode failure = build(box, prototype, dictionary);
     if (prototype) {
-        apply_saved(as_object(box), prototype);
         object_free(prototype);
     }
-    if (dictionary) {
-        apply_saved(as_object(box), dictionary);
-        object_retain(dictionary);
-        part->source = dictionary;
+    if (failure) {
+        jbox_free(box);
     }
-    return ErrorNone;
+    return failure;
 }
 
 void jbox_ready(Jbox *box) noexcept {

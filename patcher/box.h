@@ -21,7 +21,7 @@ struct BoxClass {
     // Every key of a box dictionary that somebody here reads.
     SymbolMap<bool> keys;
 };
-const BoxClass &box_class(Class *c) noexcept;
+const BoxClass *box_class(Class *c) noexcept;  // null without memory
 
 // Puts a deep copy of a value into a dictionary, which is made when it is not there yet.
 void keep_entry(Dictionary **target, Symbol *key, const Atom &value) noexcept;

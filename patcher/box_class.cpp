@@ -4,6 +4,7 @@
 #include <kiv/hashtab.h>
 
 #include <cstring>
+#include <memory>
 
 #include "kernel/internal.h"
 #include "patcher/box.h"
@@ -77,16 +78,20 @@ void read_saved(Class *c, BoxClass &known) {
 
 }  // namespace
 
-const BoxClass &box_class(Class *c) noexcept {
-    static std::unordered_map<Class *, BoxClass> classes;
-    const auto found = classes.find(c);
-    if (found != classes.end()) {
-        return found->second;
+const BoxClass *box_class(Class *c) noexcept {
+    static std::unordered_map<Class *, std::unique_ptr<const BoxClass>> classes;
+    try {
+        auto &known = classes[c];
+        if (!known) {
+            auto made = std::make_unique<BoxClass>();
+            read_fields(c, *made);
+            read_saved(c, *made);
+            known = std::move(made);
+        }
+        return known.get();
+    } catch (const std::bad_alloc &) {
+        return nullptr;
     }
-    BoxClass &known = classes[c];
-    read_fields(c, known);
-    read_saved(c, known);
-    return known;
 }
 
 }  // namespace kiv

@@ -34,8 +34,10 @@ bool write_rect(Dictionary *dictionary, Symbol *key, const double *rect) noexcep
 // The attributes of the box itself or of the object in it that their class wants saved.
 bool write_saved(Object *x, Dictionary *dictionary) noexcept {
     constexpr int32_t clone_objects = 8192;
-    bool done = true;
-    for (const SavedAttribute &attribute : box_class(class_of(x)).saved) {
+    const BoxClass *known = box_class(class_of(x));
+    bool done = known != nullptr;
+    for (size_t i = 0; done && i < known->saved.size(); ++i) {
+        const SavedAttribute &attribute = known->saved[i];
         int32_t argc = 0;
         Atom *argv = nullptr;
         if (object_attr_getvalueof(x, attribute.name, &argc, &argv)) {
@@ -76,11 +78,11 @@ bool write_geometry(const BoxState *part, Dictionary *dictionary) noexcept {
 
 bool write_fields(Jbox *box, Dictionary *dictionary) noexcept {
     static const BoxState defaults;
-    const BoxClass &known = box_class(class_of(box));
+    const BoxClass *known = box_class(class_of(box));
     const auto fields = box_document_fields();
-    bool done = true;
-    for (size_t i = 0; i < fields.size(); ++i) {
-        if (fields[i].same && !known.replaced[i] && !fields[i].same(box->state, &defaults)) {
+    bool done = known != nullptr;
+    for (size_t i = 0; done && i < fields.size(); ++i) {
+        if (fields[i].same && !known->replaced[i] && !fields[i].same(box->state, &defaults)) {
             done &= field_write(fields[i], box, dictionary);
         }
     }
@@ -107,10 +109,11 @@ bool write_unknown(Jbox *box, Dictionary *dictionary) noexcept {
         return add_missing(part->unknown, dictionary);
     }
     Owned<Dictionary> rest(dictionary_clone(part->unknown));
-    if (!rest) {
+    const BoxClass *known = box_class(class_of(part->object));
+    if (!rest || !known) {
         return false;
     }
-    for (const SavedAttribute &attribute : box_class(class_of(part->object)).saved) {
+    for (const SavedAttribute &attribute : known->saved) {
         if (dictionary_hasentry(rest.get(), attribute.name)) {
             dictionary_deleteentry(rest.get(), attribute.name);
         }

@@ -207,6 +207,7 @@ void patcher_read_dictionary(Patcher *patcher, Dictionary *dictionary) noexcept 
     try {
         read_arguments(patcher, dictionary);
         read_attributes(patcher, dictionary);
+        known_entries();
         dictionary_funall(dictionary, keep_unknown, patcher);
     } catch (const std::bad_alloc &) {
         object_error(as_object(patcher), "out of memory: the document was not read whole");

@@ -28,6 +28,7 @@
 #include <kiv/receivers.h>
 #include <kiv/scheduler.h>
 #include <kiv/string.h>
+#include <kiv/subpatcher.h>
 #include <kiv/symbol.h>
 #include <kiv/sysmem.h>
 #include <kiv/sysparallel.h>
