@@ -22,12 +22,16 @@ void *const done = reinterpret_cast<void *>(1);
 class Send {
   public:
     Send(SendState &state, Outlet *outlet) noexcept
-        : section_(state), state_(state), outlet_(outlet), context_(proxy_context) {
+        : section_(state), state_(state), outlet_(outlet), proxy_(proxy_context.proxy) {
         ++state_.depth;
-        proxy_context = {nullptr, 0};
+        if (proxy_) {
+            proxy_context.proxy = nullptr;
+        }
     }
     ~Send() {
-        proxy_context = context_;
+        if (proxy_) {
+            proxy_context.proxy = proxy_;
+        }
         if (--state_.depth == 0 && state_.overflow) {
             overflow_end(state_);
         }
@@ -52,7 +56,7 @@ class Send {
     Section section_;
     SendState &state_;
     Outlet *outlet_;
-    ProxyContext context_;
+    const Proxy *proxy_;  // current when the send began
 };
 
 bool refused(const Outlet *outlet, const SendState *state) {
