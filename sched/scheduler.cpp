@@ -150,14 +150,6 @@ void cancel_for(Object *x) {
     deferred_cancel(x);
 }
 
-void free_owned_scheduler(Object *x) {
-    void *scheduler = nullptr;
-    if (object_obex_lookup(x, "#S"_sym, &scheduler) == ErrorNone && object_valid(scheduler) &&
-        scheduler != state.global && object_classname(scheduler) == "scheduler"_sym) {
-        object_free(scheduler);
-    }
-}
-
 }  // namespace
 
 void scheduler_start() noexcept {
@@ -169,7 +161,6 @@ void scheduler_start() noexcept {
     class_register("nobox"_sym, state.scheduler_class);
     state.global = scheduler_new();
     kernel_hooks().cancel_clocks = cancel_for;
-    kernel_hooks().free_scheduler = free_owned_scheduler;
     timer_start_family();
 }
 
