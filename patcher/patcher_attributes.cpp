@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "patcher/controller.h"
+#include "patcher/creation.h"
 
 using namespace kiv::literals;
 
@@ -107,18 +108,24 @@ Symbol *parent_class(Patcher *patcher) noexcept {
                                                          : object_classname(patcher->box);
 }
 
+// What was typed after the name of the abstraction that the patcher is or sits in: without the load
+// number in front, and without the zeros that stand for arguments that were not given.
 ErrorCode get_arguments(void *x, void *, int32_t *argc, Atom **argv) noexcept {
-    const Vector<Atom> &arguments = self(x)->arguments;
-    uint8_t allocated = 0;
-    const auto count = static_cast<int32_t>(arguments.size());
-    if (count == 0) {
+    const Vector<Atom> *all = creation_arguments(self(x));
+    size_t end = all ? all->size() : 0;
+    while (end > 0 && (*all)[end - 1].type == TypeLong && (*all)[end - 1].value.i == 0) {
+        --end;
+    }
+    if (end < 2) {
         *argc = 0;
         return ErrorNone;
     }
-    if (ErrorCode failure = atom_alloc_array(count, argc, argv, &allocated)) {
+    uint8_t allocated = 0;
+    if (ErrorCode failure =
+            atom_alloc_array(static_cast<int32_t>(end - 1), argc, argv, &allocated)) {
         return failure;
     }
-    std::copy(arguments.begin(), arguments.end(), *argv);
+    std::copy_n(all->begin() + 1, end - 1, *argv);
     return ErrorNone;
 }
 

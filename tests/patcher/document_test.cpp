@@ -242,6 +242,13 @@ TEST_F(PatcherDocumentTest, AnAbstractionStaysInItsOwnFile) {
     Object *p = load_text(document({box("obj-1", "part 1 2")}));
     EXPECT_EQ(class_in(jpatcher_get_firstobject(p)), "jpatcher");
     EXPECT_EQ(saved(p).find("secret"), std::string::npos);
+    int32_t argc = 0;
+    Atom *argv = nullptr;
+    object_attr_getvalueof(jbox_get_object(jpatcher_get_firstobject(p)), "arguments"_sym, &argc,
+                           &argv);
+    EXPECT_EQ(argc, 2);
+    EXPECT_EQ(atom_getlong(argv + 1), 2);
+    sysmem_freeptr(argv);
     object_free(p);
 }
 
