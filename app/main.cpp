@@ -71,6 +71,7 @@ int run(const Options &options) {
     platform::on_quit_request(quit_request);
     if (options.offline) {
         time_offline_begin();
+        kernel_random_seed(1);  // unique names, too, are the same every time
     }
     overdrive_set(options.overdrive && !options.offline);
     add_search_folders(options);

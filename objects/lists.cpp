@@ -187,8 +187,10 @@ struct Extend {
 Class *append_class;
 Class *prepend_class;
 
+// A bang has no elements: what is added is the whole message.
 void extend_message(Extend *x, Symbol *selector, int32_t argc, Atom *argv) {
-    Elements elements(selector, argc, argv);
+    const bool bang = selector == "bang"_sym && argc == 0;
+    Elements elements(bang ? "list"_sym : selector, argc, argv);
     int32_t added = 0;
     Atom *addition = nullptr;
     atomarray_getatoms(x->addition, &added, &addition);

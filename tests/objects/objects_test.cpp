@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -144,6 +145,10 @@ struct Case {
     const char *expected;
 };
 
+void PrintTo(const Case &c, std::ostream *out) {
+    *out << c.object;
+}
+
 class ObjectTest : public testing::TestWithParam<Case> {};
 
 TEST_P(ObjectTest, Sends) {
@@ -169,14 +174,14 @@ constexpr Case cases[] = {
     {">= 2.5", "0 2 | 0 2.5", "0 0 | 0 1"},
     {"&& 1", "0 0 | 0 5", "0 0 | 0 1"},
     // Order: outlets from the right.
-    {"t b i f s l 7 hey", "0 2.5", "6 hey | 5 7 | 4 2.5 | 3 2.500000 | 2 2.5 | 1 2 | 0 bang"},
+    {"t b i f s l 7 hey", "0 2.5", "6 hey | 5 7 | 4 2.5 | 3 2.5 | 2 2.5 | 1 2 | 0 bang"},
     {"trigger l i", "0 1 2 3 | 0 foo 4", "1 1 | 0 1 2 3 | 1 0 | 0 foo 4"},
     {"bangbang 3", "0 foo", "2 bang | 1 bang | 0 bang"},
     {"swap 5", "0 1 | 1 8 | 0 bang", "1 1 | 0 5 | 1 1 | 0 8"},
     // Lists.
     {"pack 1 2.5 x", "0 bang | 1 7 | 2 y | 0 9.9 | 0 3 4 z", "0 1 2.5 x | 0 9 7. y | 0 3 4. z"},
     {"unpack 0 0. x", "0 1.9 2 hey | 0 5 | 0 foo 3", "2 hey | 1 2. | 0 1 | 0 5 | 1 3."},
-    {"append 3 x", "0 1 2 | 0 foo | 0 bang", "0 1 2 3 x | 0 foo 3 x | 0 bang 3 x"},
+    {"append 3 x", "0 1 2 | 0 foo | 0 bang", "0 1 2 3 x | 0 foo 3 x | 0 3 x"},
     {"prepend a", "0 1 2 | 0 foo 3 | 0 set b | 0 7", "0 a 1 2 | 0 a foo 3 | 0 b 7"},
     // Routing: numbers match by type and value.
     {"route 1 foo 2.", "0 1 2 3 | 0 foo | 0 foo 1 x | 0 2 9 | 0 2. 9 | 0 1 | 0 bang",
