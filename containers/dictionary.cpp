@@ -1,15 +1,13 @@
-// Dictionaries: the record, its entries, storing and removing.
+// Dictionaries: making, storing, removing, freeing.
 //
-// Invariants: the table and the order hold the same entries. An entry belongs to the order list,
-// and remembers its element there, so that it is removed without a search. The table is always
-// emptied with chuck semantics and never frees an entry.
-//
-// Thread safety: single operations are as safe as the table's and the list's own; a series of them
-// is made atomic by the callers' bracketing it with the transaction lock.
+// Thread safety: single operations are as safe as those of the order list and the table
+// (dictionary_index.cpp); a series of them is made atomic by the callers' bracketing it with the
+// transaction lock. Clearing and freeing are for when no other thread uses the dictionary.
 #include <kiv/class.h>
 #include <kiv/console.h>
 #include <kiv/object.h>
 
+#include <atomic>
 #include <utility>
 
 #include "containers/families.h"
@@ -25,19 +23,19 @@ struct {
     Class *entry_class = nullptr;
 } state;
 
+// Stands for the kernel's global region where no lock could be made.
+const auto global_marker = reinterpret_cast<CriticalRef>(~uintptr_t{0});
+
 void destroy_entry(DictionaryEntry *entry) noexcept {
     free_entry_value(entry);
 }
 
 void destroy(Dictionary *dictionary) noexcept {
-    hashtab_chuck(dictionary->table);
-    object_free(dictionary->order);
-    if (dictionary->transaction) {
-        critical_free(dictionary->transaction);
+    dictionary_clear(dictionary);
+    const CriticalRef region = std::exchange(dictionary->transaction, nullptr);
+    if (region && region != global_marker) {
+        critical_free(region);
     }
-    dictionary->table = nullptr;
-    dictionary->order = nullptr;
-    dictionary->transaction = nullptr;
 }
 
 // Frees the entry alone; its value stays with the caller.
@@ -54,16 +52,7 @@ ErrorCode append_entry(Dictionary *dictionary, Symbol *key, Atom value, int32_t 
     entry->key = key;
     entry->value = value;
     entry->flags = flags;
-    entry->element = linklist_append_element(dictionary->order, entry);
-    if (!entry->element) {
-        discard(entry);
-        return ErrorGeneric;
-    }
-    // A store that finds no memory for its slot reports success: only a look-up tells.
-    void *found = nullptr;
-    if (hashtab_storeflags(dictionary->table, key, entry, 0) != ErrorNone ||
-        hashtab_lookup(dictionary->table, key, &found) != ErrorNone) {
-        linklist_chuckptr(dictionary->order, entry->element);
+    if (!dictionary_link(dictionary, entry)) {
         discard(entry);
         return ErrorGeneric;
     }
@@ -81,18 +70,13 @@ void replace_value(Dictionary *dictionary, DictionaryEntry *entry, Atom value,
     const bool same = old.value.type == TypeObject && value.type == TypeObject &&
                       old.value.value.obj == value.value.obj;
     Symbol *const key = entry->key;
+    Hashtab *const table = dictionary->table;
     if (!same) {
         free_entry_value(&old);
     }
-    if (!(flags & ContainerNoNotify)) {
-        object_notify(dictionary->table, "hashtab_entry_new"_sym, key);
+    if (table && !(flags & ContainerNoNotify)) {
+        object_notify(table, "hashtab_entry_new"_sym, key);
     }
-}
-
-// Takes the entry out of table and order; the caller frees it.
-void unlink_entry(Dictionary *dictionary, DictionaryEntry *entry) noexcept {
-    hashtab_chuckkey(dictionary->table, entry->key);
-    linklist_chuckptr(dictionary->order, entry->element);
 }
 
 }  // namespace
@@ -122,26 +106,6 @@ void free_entry_value(DictionaryEntry *entry) noexcept {
     } else {
         free_nested(value.value.obj);
     }
-}
-
-DictionaryEntry *dictionary_entry(const Dictionary *dictionary, Symbol *key) noexcept {
-    void *entry = nullptr;
-    if (dictionary) {
-        hashtab_lookup(dictionary->table, key, &entry);
-    }
-    return static_cast<DictionaryEntry *>(entry);
-}
-
-Vector<DictionaryEntry *> dictionary_entries(const Dictionary *dictionary) {
-    Vector<DictionaryEntry *> entries(
-        static_cast<size_t>(dictionary ? linklist_getsize(dictionary->order) : 0));
-    const int32_t count = dictionary ? linklist_makearray(dictionary->order,
-                                                          reinterpret_cast<void **>(entries.data()),
-                                                          static_cast<int32_t>(entries.size()))
-                                     : 0;
-    entries.resize(static_cast<size_t>(count));
-    std::erase(entries, nullptr);  // items whose removal waits for the end of an iteration
-    return entries;
 }
 
 void string_to_symbol(DictionaryEntry *entry) noexcept {
@@ -194,33 +158,18 @@ ErrorCode dictionary_store(Dictionary *dictionary, Symbol *key, Atom value,
 using namespace kiv;
 
 Dictionary *dictionary_new(void) noexcept {
-    auto *dictionary = static_cast<Dictionary *>(object_alloc(state.dictionary_class));
-    if (!dictionary) {
-        return nullptr;
-    }
-    dictionary->table = hashtab_new(0);
-    dictionary->order = linklist_new();
-    critical_new(&dictionary->transaction);
-    if (!dictionary->table || !dictionary->order) {
-        object_free(dictionary);
-        return nullptr;
-    }
-    return dictionary;
+    return static_cast<Dictionary *>(object_alloc(state.dictionary_class));
 }
 
 ErrorCode dictionary_clear(Dictionary *dictionary) noexcept {
     if (!dictionary) {
         return ErrorInvalidPointer;
     }
-    Hashtab *table = hashtab_new(0);
-    Linklist *order = linklist_new();
-    if (!table || !order) {
-        object_free(table);
-        object_free(order);
-        return ErrorOutOfMemory;
-    }
-    hashtab_chuck(std::exchange(dictionary->table, table));
-    object_free(std::exchange(dictionary->order, order));
+    // Fresh ones are made when they are needed. What freeing a value calls out to finds the
+    // dictionary empty.
+    Linklist *order = std::exchange(dictionary->order, nullptr);
+    hashtab_chuck(std::exchange(dictionary->table, nullptr));
+    object_free(order);
     return ErrorNone;
 }
 
@@ -229,7 +178,7 @@ ErrorCode dictionary_deleteentry(Dictionary *dictionary, Symbol *key) noexcept {
     if (!entry) {
         return ErrorGeneric;
     }
-    unlink_entry(dictionary, entry);
+    dictionary_unlink(dictionary, entry);
     object_free(entry);
     return ErrorNone;
 }
@@ -239,7 +188,7 @@ ErrorCode dictionary_chuckentry(Dictionary *dictionary, Symbol *key) noexcept {
     if (!entry) {
         return ErrorGeneric;
     }
-    unlink_entry(dictionary, entry);
+    dictionary_unlink(dictionary, entry);
     discard(entry);
     return ErrorNone;
 }
@@ -248,7 +197,19 @@ ErrorCode dictionary_transaction_lock(Dictionary *dictionary) noexcept {
     if (!dictionary) {
         return ErrorInvalidPointer;
     }
-    critical_enter(dictionary->transaction);
+    std::atomic_ref field(dictionary->transaction);
+    CriticalRef region = field.load(std::memory_order_acquire);
+    if (!region) {
+        CriticalRef made = nullptr;
+        critical_new(&made);
+        CriticalRef wanted = made ? made : global_marker;
+        if (field.compare_exchange_strong(region, wanted, std::memory_order_acq_rel)) {
+            region = wanted;
+        } else if (made) {
+            critical_free(made);
+        }
+    }
+    critical_enter(region);
     return ErrorNone;
 }
 
@@ -256,6 +217,11 @@ ErrorCode dictionary_transaction_unlock(Dictionary *dictionary) noexcept {
     if (!dictionary) {
         return ErrorInvalidPointer;
     }
-    critical_exit(dictionary->transaction);
+    const CriticalRef region =
+        std::atomic_ref(dictionary->transaction).load(std::memory_order_acquire);
+    if (!region) {
+        return ErrorGeneric;  // it was never locked
+    }
+    critical_exit(region);
     return ErrorNone;
 }

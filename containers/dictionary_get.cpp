@@ -233,10 +233,6 @@ int32_t dictionary_hasentry(const Dictionary *dictionary, Symbol *key) noexcept 
     return dictionary_entry(dictionary, key) != nullptr;
 }
 
-int32_t dictionary_getentrycount(const Dictionary *dictionary) noexcept {
-    return dictionary ? hashtab_getsize(dictionary->table) : 0;
-}
-
 int32_t dictionary_entryisdictionary(const Dictionary *dictionary, Symbol *key) noexcept {
     return object_of_class(dictionary, key, "dictionary"_sym) != nullptr;
 }
@@ -312,17 +308,6 @@ ErrorCode dictionary_copydefatoms(const Dictionary *dictionary, Symbol *key, int
         copy_atoms(fallback_count, fallback, argc, argv);
     }
     return result;
-}
-
-ErrorCode dictionary_getkeys(const Dictionary *dictionary, int32_t *count,
-                             Symbol ***keys) noexcept {
-    if (!dictionary || !count || !keys) {
-        return ErrorInvalidPointer;
-    }
-    *count = 0;
-    *keys = nullptr;
-    hashtab_getkeys(dictionary->table, count, keys);
-    return *keys || dictionary_getentrycount(dictionary) == 0 ? ErrorNone : ErrorOutOfMemory;
 }
 
 ErrorCode dictionary_getkeys_ordered(const Dictionary *dictionary, int32_t *count,

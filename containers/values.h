@@ -32,11 +32,12 @@ struct Atomarray {
     void *obex;
 };
 
+// Everything but the header is made when it is first needed (dictionary_index.cpp).
 struct Dictionary {
     Object ob;
-    Hashtab *table;   // key to entry; refers to the entries without owning them
-    Linklist *order;  // the same entries in insertion order; owns them
-    CriticalRef transaction;
+    Hashtab *table;           // key to entry; refers to the entries without owning them
+    Linklist *order;          // the same entries in insertion order; owns them
+    CriticalRef transaction;  // owned; all ones: the global region
     void *obex;
 };
 
@@ -98,7 +99,14 @@ Atomarray *atomarray_adopt(int32_t count, const Atom *atoms) noexcept;
 void dictionary_add_methods(Class *c) noexcept;  // dictionary_class.cpp
 // Stores as every appender does; the value is the caller's again when this fails.
 ErrorCode dictionary_store(Dictionary *dictionary, Symbol *key, Atom value, int32_t flags) noexcept;
+
+// --- The index (dictionary_index.cpp) ------------------------------------------------------------
+
 DictionaryEntry *dictionary_entry(const Dictionary *dictionary, Symbol *key) noexcept;
+// Appends an entry; false on no memory. The dictionary frees it from then on.
+bool dictionary_link(Dictionary *dictionary, DictionaryEntry *entry) noexcept;
+// Takes an entry out, for the caller to free.
+void dictionary_unlink(Dictionary *dictionary, DictionaryEntry *entry) noexcept;
 // The entries in their order at this moment; throws std::bad_alloc.
 Vector<DictionaryEntry *> dictionary_entries(const Dictionary *dictionary);
 // Turns a string value into the symbol of its text where a symbol can hold it.
