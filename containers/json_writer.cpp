@@ -50,6 +50,7 @@ class Writer {
     };
 
     bool write_atom(const Atom &atom);
+    void write_long(int64_t value);
     void write_float(double value);
     void write_symbol(const Symbol *symbol);
     bool write_object(const void *x);
@@ -57,13 +58,6 @@ class Writer {
     bool step();
     void end(const Open &open);
     void indent(size_t level) { out_.append(std::min<size_t>(level, 511), '\t'); }
-
-    template <class... Arguments>
-    void print(const char *format, Arguments... arguments) {
-        char buffer[64];
-        const int size = std::snprintf(buffer, sizeof buffer, format, arguments...);
-        out_.append(buffer, static_cast<size_t>(size));
-    }
 
     Text &out_;
     Vector<Open> open_;
@@ -76,7 +70,7 @@ bool Writer::write_atom(const Atom &atom) {
             out_ += "null";
             break;
         case TypeLong:
-            print("%lld", static_cast<long long>(atom.value.i));
+            write_long(atom.value.i);
             break;
         case TypeFloat:
             write_float(atom.value.f);
@@ -93,7 +87,9 @@ bool Writer::write_atom(const Atom &atom) {
             out_ += "\",\"";
             break;
         case TypeDollar:
-            print("\"$%lld\"", static_cast<long long>(atom.value.i));
+            out_ += "\"$";
+            write_long(atom.value.i);
+            out_ += '"';
             break;
         case TypeDollarSymbol: {
             Text text = "$";
@@ -106,6 +102,12 @@ bool Writer::write_atom(const Atom &atom) {
             out_ += "null";
     }
     return true;
+}
+
+void Writer::write_long(int64_t value) {
+    char buffer[24];
+    const char *end = std::to_chars(buffer, buffer + sizeof buffer, value).ptr;
+    out_.append(buffer, static_cast<size_t>(end - buffer));
 }
 
 void Writer::write_float(double value) {
@@ -128,7 +130,9 @@ void Writer::write_float(double value) {
 void Writer::write_symbol(const Symbol *symbol) {
     const std::string_view text = symbol ? symbol->name : "";
     if (text == ";" || text == "," || text == "$") {
-        print("\"\\u%.4x\"", static_cast<unsigned>(text[0]));  // so that it stays a plain string
+        char buffer[16];  // so that it stays a plain string
+        std::snprintf(buffer, sizeof buffer, "\"\\u%.4x\"", static_cast<unsigned>(text[0]));
+        out_ += buffer;
     } else {
         json_append_string(text, out_);
     }
