@@ -48,8 +48,7 @@ void *loadmess_new(Symbol *, int32_t argc, Atom *argv) {
     return on_load_new(loadmess_class, argc, argv);
 }
 
-// An abstraction has ten arguments: its number, then nine, 0 behind the last that was typed. What
-// was typed takes the place of the defaults.
+// What was typed after the name of the enclosing abstraction takes the place of the defaults.
 void *patcherargs_new(Symbol *, int32_t argc, Atom *argv) {
     OnLoad *const x = on_load_new(patcherargs_class, argc, argv);
     int32_t count = 0;
@@ -58,20 +57,14 @@ void *patcherargs_new(Symbol *, int32_t argc, Atom *argv) {
         object_attr_getvalueof("#P"_sym->thing, "arguments"_sym, &count, &arguments) != ErrorNone) {
         return x;
     }
-    const Atom absent = long_atom(0);
-    while (count > 1 && same_atom(arguments[count - 1], absent)) {
-        --count;
-    }
     int32_t defaults = 0;
     Atom *message = nullptr;
     atomarray_getatoms(x->message, &defaults, &message);
-    for (int32_t i = 1; i < count; ++i) {
-        if (i <= defaults) {
-            message[i - 1] = arguments[i];
-        }
+    for (int32_t i = 0; i < count && i < defaults; ++i) {
+        message[i] = arguments[i];
     }
-    if (count - 1 > defaults) {
-        atomarray_appendatoms(x->message, count - 1 - defaults, arguments + 1 + defaults);
+    if (count > defaults) {
+        atomarray_appendatoms(x->message, count - defaults, arguments + defaults);
     }
     sysmem_freeptr(arguments);
     return x;
