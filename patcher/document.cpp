@@ -104,16 +104,10 @@ void keep_unknown(DictionaryEntry *entry, void *arg) noexcept {
     }
 }
 
-Dictionary *dictionary_in(const Atom &atom) noexcept {
-    return atom.type == TypeObject && object_classname_compare(atom.value.obj, "dictionary"_sym)
-               ? static_cast<Dictionary *>(atom.value.obj)
-               : nullptr;
-}
-
 // A constructor that runs here may free the patcher; its holder keeps it until loading ends.
 void read_boxes(Patcher *patcher, int32_t count, const Atom *elements) noexcept {
     for (int32_t i = 0; i < count; ++i) {
-        Dictionary *element = dictionary_in(elements[i]);
+        Dictionary *element = dictionary_of(elements[i]);
         if (element && patcher_newobject(as_object(patcher), element)) {
             continue;
         }

@@ -13,6 +13,9 @@ struct ObjectFree {
 template <class T>
 using Owned = std::unique_ptr<T, ObjectFree>;
 
+// The dictionary that an atom holds, or null when it holds anything else.
+Dictionary *dictionary_of(const Atom &atom) noexcept;
+
 // An array of a document under construction: objects in it are owned until the array is stored.
 class Elements {
   public:

@@ -26,6 +26,12 @@ Atom copy_of(const Atom &atom) noexcept {
 
 }  // namespace
 
+Dictionary *dictionary_of(const Atom &atom) noexcept {
+    return atom.type == TypeObject && object_classname_compare(atom.value.obj, "dictionary"_sym)
+               ? static_cast<Dictionary *>(atom.value.obj)
+               : nullptr;
+}
+
 Elements::~Elements() {
     for (const Atom &atom : atoms_) {
         if (atom.type == TypeObject) {

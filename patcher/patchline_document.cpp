@@ -105,10 +105,9 @@ void check_ends(const Patchline *line) noexcept {
 
 // The cord of one element, or null when there is no such cord to be made, after saying why.
 Patchline *read_line(Patcher *patcher, const Atom &element, int64_t *order) noexcept {
+    Dictionary *outer = dictionary_of(element);
     Dictionary *dictionary = nullptr;
-    if (element.type != TypeObject ||
-        dictionary_getdictionary(static_cast<Dictionary *>(element.value.obj), "patchline"_sym,
-                                 &dictionary)) {
+    if (!outer || dictionary_getdictionary(outer, "patchline"_sym, &dictionary)) {
         object_error(as_object(patcher), "an element of \"lines\" is no cord");
         return nullptr;
     }

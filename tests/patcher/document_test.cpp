@@ -126,6 +126,7 @@ TEST_F(PatcherDocumentTest, BadCordsAreReportedAndKept) {
         {R"({"patchline":{"source":[0,"a"],"destination":["b",0]}})",
          "a cord lacks its source or destination"},
         {"5", "an element of \"lines\" is no cord"},
+        {R"([["patchline"]])", "an element of \"lines\" is no cord"},
         {R"({"cord":1})", "an element of \"lines\" is no cord"},
     };
     for (const auto &c : cases) {
