@@ -34,7 +34,8 @@ enum ClassFlag : uint32_t {
     ClassParameter = 0x40000,       // takes part in the parameter system
     ClassOwnMethods = 0x100000,     // instances carry their own methods
     ClassUsesProxies = 0x400000,    // set by the first proxy of an instance
-    ClassRetired = 0x800000         // freeobject gives the memory to memory_retire
+    ClassRetired = 0x800000,        // freeobject gives the memory to memory_retire
+    ClassReceives = 0x1000000       // an instance has been connected to an outlet
 };
 
 }  // namespace kiv

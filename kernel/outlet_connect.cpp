@@ -103,6 +103,7 @@ void enter_bucket(Connection *connection, const void *receiver) {
         connection->peer_next->peer_previous = connection;
     }
     head.store(connection, std::memory_order_release);
+    std::atomic_ref<uint32_t>(class_of(receiver)->flags).fetch_or(ClassReceives);
 }
 
 void leave_bucket(Connection *connection, const void *receiver) {
@@ -325,7 +326,10 @@ void break_connections_of(Outlet *outlet) noexcept {
 }
 
 void break_connections_to(Object *receiver) noexcept {
-    if (!bucket_of(receiver).load(std::memory_order_acquire)) {
+    // Objects of most classes, every container's among them, are never connected.
+    if (!(std::atomic_ref<uint32_t>(class_of(receiver)->flags).load(std::memory_order_relaxed) &
+          ClassReceives) ||
+        !bucket_of(receiver).load(std::memory_order_acquire)) {
         return;
     }
     SendState *mine = send_state();
