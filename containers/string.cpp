@@ -30,6 +30,14 @@ String *clone(const String *string) noexcept {
     return string_new(string->text);
 }
 
+// How a string shows among atoms; the caller frees the copy.
+void value_text(const String *string, char **text) noexcept {
+    const char *own = text_of(string);
+    const auto bytes = static_cast<int64_t>(std::strlen(own)) + 1;
+    *text = static_cast<char *>(sysmem_newptr(bytes));
+    sysmem_copyptr(own, *text, bytes);
+}
+
 int64_t length_of(const String *string) noexcept {
     return string->text ? static_cast<int64_t>(std::strlen(string->text)) : 0;
 }
@@ -59,6 +67,7 @@ void strings_start() noexcept {
         {"chop", method(string_chop)},
         {"clone", method(clone)},
         {"object_clone", method(clone)},
+        {"getvaluetext", method(value_text)},
     };
     Class *c = class_new("string", nullptr, method(destroy), static_cast<int32_t>(sizeof(String)),
                          nullptr, 0);

@@ -10,14 +10,6 @@ namespace {
 
 using namespace kiv::literals;
 
-std::string text_of_atoms(int32_t count, const Atom *atoms) {
-    int64_t size = 0;
-    char *text = nullptr;
-    atom_gettext(count, atoms, &size, &text, 0);
-    std::string result = text ? text : "";
-    sysmem_freeptr(text);
-    return result;
-}
 std::string text_of_array(const Atomarray *array) {
     return text_of_atoms(array->count, array->atoms);
 }

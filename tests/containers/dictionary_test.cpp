@@ -1,4 +1,6 @@
+#include <kiv/attr.h>
 #include <kiv/class.h>
+#include <kiv/inlets.h>
 #include <kiv/path.h>
 
 #include <cstdio>
@@ -282,6 +284,29 @@ TEST(Dictionary, HoldsManyKeys) {
     EXPECT_EQ(dictionary_getentrycount(dictionary.get()), 0);
 }
 
+// The order, and later the table, are made while both threads append.
+TEST(Dictionary, GrowsUnderTwoThreads) {
+    for (int round = 0; round < 200; ++round) {
+        const OwnedDictionary dictionary = make_dictionary();
+        const auto append = [&dictionary](int first) {
+            for (int i = first; i < 60; i += 2) {
+                dictionary_transaction_lock(dictionary.get());
+                dictionary_transaction_unlock(dictionary.get());
+                dictionary_appendlong(dictionary.get(), gensym(std::to_string(i).c_str()), i);
+            }
+        };
+        std::thread other(append, 1);
+        append(0);
+        other.join();
+        ASSERT_EQ(dictionary_getentrycount(dictionary.get()), 60);
+        for (int i = 0; i < 60; ++i) {
+            int64_t value = -1;
+            dictionary_getlong(dictionary.get(), gensym(std::to_string(i).c_str()), &value);
+            ASSERT_EQ(value, i);
+        }
+    }
+}
+
 TEST(Dictionary, FreesAnyDepthWithAShallowStack) {
     const int64_t before = memory_live_blocks();
     Dictionary *dictionary = dictionary_new();
@@ -377,6 +402,29 @@ TEST(Dictionary, IsMadeFromTextAndPosted) {
                                   ContainerReference);
     EXPECT_EQ(dictionary_dump(dictionary.get(), 1, 1), ErrorGeneric);
     EXPECT_EQ(take_texts().back(), "dictionary_dump: nested deeper than 1000 containers");
+}
+
+struct WithSize {
+    Object ob;
+    int32_t size;
+};
+
+TEST(Dictionary, CarriesAttributes) {
+    Class *c = class_new("dictionary_test_sized", nullptr, nullptr, sizeof(WithSize), nullptr, 0);
+    class_addattr(
+        c, attr_offset_new("size", "long"_sym, 0, nullptr, nullptr, offsetof(WithSize, size)));
+    class_addattr_parse(c, "size", "default"_sym, "long", "42");
+    class_register("nobox"_sym, c);
+    const OwnedDictionary prototype(dictionary_prototypefromclass(c));
+    EXPECT_EQ(in_short(prototype.get()), R"({"size" : 42})");
+    const std::unique_ptr<WithSize, FreeObject> x(static_cast<WithSize *>(object_alloc(c)));
+    EXPECT_EQ(dictionary_getattribute(prototype.get(), nullptr, "size"_sym, x.get()), ErrorNone);
+    EXPECT_EQ(x->size, 42);
+    x->size = 7;
+    EXPECT_EQ(dictionary_appendattribute(prototype.get(), "s"_sym, "size"_sym, x.get()), ErrorNone);
+    EXPECT_EQ(in_short(prototype.get()), R"({"size" : 42,"s" : 7})");
+    EXPECT_NE(dictionary_getattribute(prototype.get(), "none"_sym, "size"_sym, x.get()), ErrorNone);
+    EXPECT_NE(dictionary_appendattribute(prototype.get(), "s"_sym, "no"_sym, x.get()), ErrorNone);
 }
 
 // --- Named dictionaries --------------------------------------------------------------------------
@@ -512,6 +560,40 @@ TEST(Dictobj, MakesAtomsSafeForCords) {
     atom = long_atom(1);
     EXPECT_EQ(dictobj_atom_safety(&atom), 0);
     EXPECT_EQ(dictobj_atom_safety(nullptr), 0);
+}
+
+TEST(Dictobj, SendsWhatCordsCanCarry) {
+    static std::string received;
+    static Dictionary *found;
+    Class *c = class_new("dictionary_test_cords", nullptr, nullptr, sizeof(Object), nullptr, 0);
+    const auto note = +[](Object *, Symbol *selector, int32_t argc, Atom *argv) {
+        received = selector->name + std::string(" ") + text_of_atoms(argc, argv);
+        found = argc == 1 ? dictobj_findregistered_retain(atom_getsym(argv)) : nullptr;
+    };
+    class_addmethod(c, method(note), "anything", TypeGimme, 0);
+    class_addmethod(c, method(note), "list", TypeGimme, 0);
+    class_register("nobox"_sym, c);
+    const std::unique_ptr<void, FreeObject> receiver(object_alloc(c));
+    const std::unique_ptr<void, FreeObject> sender(object_alloc(c));
+    Outlet *outlet = outlet_new(sender.get(), nullptr);
+    outlet_add(outlet, receiver.get());
+
+    const OwnedDictionary dictionary = read_json(R"({"l":["a",{"b":1},2],"n":[1,"x"]})");
+    Atom atom = object_atom(dictionary.get());
+    dictobj_outlet_atoms(outlet, 1, &atom);
+    EXPECT_TRUE(received.starts_with("dictionary u")) << received;
+    EXPECT_EQ(found, dictionary.get());
+    dictobj_release(found);
+    EXPECT_EQ(dictobj_namefromptr(dictionary.get()), nullptr);
+
+    Atomarray *array = nullptr;
+    dictionary_getatomarray(dictionary.get(), "l"_sym, &array);
+    atom = object_atom(array);
+    dictobj_outlet_atoms(outlet, 1, &atom);
+    EXPECT_EQ(received, "a dictionary 2");
+    dictionary_getatomarray(dictionary.get(), "n"_sym, &array);
+    dictobj_outlet_atoms(outlet, atomarray_getsize(array), array->atoms);
+    EXPECT_EQ(received, "list 1 x");
 }
 
 // --- Files ---------------------------------------------------------------------------------------

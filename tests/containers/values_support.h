@@ -67,6 +67,15 @@ inline std::string ordered_keys(const Dictionary *dictionary) {
     return text;
 }
 
+inline std::string text_of_atoms(int32_t count, const Atom *atoms) {
+    int64_t size = 0;
+    char *text = nullptr;
+    atom_gettext(count, atoms, &size, &text, 0);
+    std::string result = text ? text : "";
+    sysmem_freeptr(text);
+    return result;
+}
+
 inline Atom float_atom(double value) {
     Atom atom;
     atom_setfloat(&atom, value);
