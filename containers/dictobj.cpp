@@ -24,7 +24,9 @@ namespace {
 void outlet_dictionary(Outlet *outlet, Dictionary *dictionary) noexcept {
     Symbol *name = dictobj_namefromptr(dictionary);
     const bool named = name != nullptr;
-    object_retain(dictionary);
+    if (object_retain(dictionary) != ErrorNone) {
+        return;
+    }
     if (named || dictobj_register(dictionary, &name)) {
         Atom atom = atom_of(name);
         outlet_anything(outlet, "dictionary"_sym, 1, &atom);

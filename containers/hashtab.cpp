@@ -199,6 +199,10 @@ void free_slot(Linklist *list, SlotIndex *index) noexcept {
         ListLock lock(list, Access::change);
         for (LinklistElement *element = list->head; element; element = element->next) {
             element->flags = 0;
+            // Entries whose freeing is postponed may outlive the table.
+            if (auto *entry = static_cast<HashtabEntry *>(element->item)) {
+                entry->flags |= std::exchange(entry->owner, nullptr)->flags;
+            }
         }
         lock.release();
         object_free(list);

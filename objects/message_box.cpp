@@ -31,11 +31,14 @@ void evaluate(MessageBox *x, Symbol *selector, int32_t argc, Atom *argv) {
     const int32_t count = arguments.count() < most_arguments ? arguments.count() : most_arguments;
     // A message that frees the box or replaces its text must not pull it from under the evaluation.
     Binbuf *const text = x->text;
-    object_retain(text);
-    object_retain(x->mouth);
     Mouth *const mouth = x->mouth;
-    binbuf_eval(text, static_cast<int16_t>(bang ? 0 : count), arguments.atoms(), mouth);
-    object_release(mouth);
+    if (object_retain(text) != ErrorNone) {
+        return;
+    }
+    if (object_retain(mouth) == ErrorNone) {
+        binbuf_eval(text, static_cast<int16_t>(bang ? 0 : count), arguments.atoms(), mouth);
+        object_release(mouth);
+    }
     object_release(text);
 }
 

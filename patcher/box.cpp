@@ -184,7 +184,9 @@ ErrorCode build(Jbox *box, Dictionary *prototype, Dictionary *dictionary) noexce
     }
     if (dictionary) {
         apply_saved(as_object(box), dictionary);
-        object_retain(dictionary);
+        if (object_retain(dictionary)) {
+            return ErrorOutOfMemory;
+        }
         box->state->source = dictionary;
     }
     return ErrorNone;

@@ -197,7 +197,7 @@ bool write_boxes(Patcher *patcher, Dictionary *dictionary) noexcept {
 
 void patcher_read_dictionary(Patcher *patcher, Dictionary *dictionary) noexcept {
     patcher->loading = true;
-    object_retain(dictionary);
+    const Retained retained(dictionary);
     try {
         read_arguments(patcher, dictionary);
         read_attributes(patcher, dictionary);
@@ -215,7 +215,6 @@ void patcher_read_dictionary(Patcher *patcher, Dictionary *dictionary) noexcept 
     if (!dictionary_getatoms(dictionary, "lines"_sym, &count, &elements)) {
         patcher_read_lines(patcher, count, elements);
     }
-    object_free(dictionary);
     patcher->loading = false;
     patcher->dirty = 0;
 }

@@ -70,10 +70,11 @@ void *patcher_new(void *first, int32_t argc, Atom *argv) noexcept {
         return patcher;
     }
     ++state.nesting;
-    object_retain(patcher);
     BoxWalk watch(patcher);
-    patcher_read_dictionary(patcher, dictionary);
-    object_free(patcher);
+    {
+        const Retained retained(patcher);
+        patcher_read_dictionary(patcher, dictionary);
+    }
     --state.nesting;
     return watch.alive() ? patcher : nullptr;
 }

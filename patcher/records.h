@@ -378,4 +378,21 @@ void patcher_read_dictionary(Patcher *patcher, Dictionary *dictionary) noexcept;
 bool patcher_write_dictionary(Patcher *patcher, Dictionary *dictionary) noexcept;
 bool box_write_dictionary(Jbox *box, Dictionary *dictionary) noexcept;
 
+// Keeps an object alive for a scope. Without memory for the extension record that counts references
+// it holds nothing, and releases nothing.
+class Retained {
+  public:
+    explicit Retained(void *x) noexcept : x_(object_retain(x) == ErrorNone ? x : nullptr) {}
+    ~Retained() {
+        if (x_) {
+            object_release(x_);
+        }
+    }
+    Retained(const Retained &) = delete;
+    Retained &operator=(const Retained &) = delete;
+
+  private:
+    void *x_;
+};
+
 }  // namespace kiv

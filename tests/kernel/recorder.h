@@ -94,9 +94,12 @@ inline Class *recorder_class(const char *name, const std::string &answers) {
     return c;
 }
 
+// Recorders that a test does not free live, in reach, to the end of the process.
 inline Recorder *recorder(char name, const std::string &answers) {
+    static std::vector<Recorder *> made;
     auto *x = static_cast<Recorder *>(object_alloc(recorder_class(answers.c_str(), answers)));
     x->name = name;
+    made.push_back(x);
     return x;
 }
 

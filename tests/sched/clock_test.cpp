@@ -156,6 +156,7 @@ struct Owner {
 TEST_F(ClockTest, NothingFiresForAFreedOwner) {
     Class *const c =
         class_new("clock_owner", nullptr, nullptr, static_cast<int32_t>(sizeof(Owner)), nullptr, 0);
+    class_register("nobox"_sym, c);
     auto *owner = static_cast<Owner *>(object_alloc(c));
     static int fired = 0;
     owner->clock = clock_new(owner, method(+[](Owner *) { ++fired; }));

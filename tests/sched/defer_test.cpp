@@ -147,6 +147,7 @@ TEST(Defer, RunsAtOnceOnTheMainThreadOrLaterInOrder) {
 
 TEST(Defer, CallsForAFreedOwnerAreDropped) {
     Class *const c = class_new("deferring", nullptr, nullptr, sizeof(Object), nullptr, 0);
+    class_register("nobox"_sym, c);
     called.clear();
     void *const owner = object_alloc(c);
     defer_low(owner, method(note), "dropped"_sym, 0, nullptr);
