@@ -36,5 +36,9 @@ build_preset() {
     local preset=$1
     shift
     [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" >&2
-    cmake --build --preset "$preset" ${1:+--target "$@"} -- --quiet >&2
+    if [ $# -gt 0 ]; then
+        cmake --build --preset "$preset" --target "$@" -- --quiet >&2
+    else
+        cmake --build --preset "$preset" -- --quiet >&2
+    fi
 }
