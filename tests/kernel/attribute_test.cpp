@@ -79,7 +79,7 @@ Class *item_class() {
 
 // Items that a test does not free live, in reach, to the end of the process.
 Item *item() {
-    static std::vector<Item *> made;
+    static auto &made = *new std::vector<Item *>;
     made.push_back(static_cast<Item *>(object_alloc(item_class())));
     return made.back();
 }
@@ -503,6 +503,8 @@ TEST(Attribute, ClassesDescribeTheirAttributes) {
     set(x, "interval", {atom("4n")});
     EXPECT_EQ(value_text(x, "interval"), "4n");
     EXPECT_EQ(value_text(y, "interval"), "0");
+    object_free(y);
+    object_free(x);
 }
 
 TEST(Attribute, LockedAndInheritedValues) {

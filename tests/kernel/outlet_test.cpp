@@ -389,6 +389,7 @@ TEST(Outlet, MonitorsAreToldFirst) {
     outlet_removemonitor(out, r, key, 1);
     outlet_int(out, 5);
     EXPECT_EQ(take_messages(), Texts{"R int 5"});
+    object_free(key);
 }
 
 // A recording inlet and the pass-through outlet behind it stand for direct connections.

@@ -171,5 +171,6 @@ TEST(Proxy, InletsComeAndGo) {
     typedmess(inlet_nth(owner, 1), "int"_sym, 1, &five);
     EXPECT_EQ(seen, 0);
     on_message() = nullptr;
+    object_free(c);  // its inlet went to the other proxy
     object_free(owner);
 }

@@ -96,7 +96,7 @@ inline Class *recorder_class(const char *name, const std::string &answers) {
 
 // Recorders that a test does not free live, in reach, to the end of the process.
 inline Recorder *recorder(char name, const std::string &answers) {
-    static std::vector<Recorder *> made;
+    static auto &made = *new std::vector<Recorder *>;
     auto *x = static_cast<Recorder *>(object_alloc(recorder_class(answers.c_str(), answers)));
     x->name = name;
     made.push_back(x);
