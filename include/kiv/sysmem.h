@@ -37,7 +37,8 @@ KIV_EXPORT int64_t sysmem_ptrsize(const void *ptr) KIV_NOEXCEPT;
 /* Copies `size` bytes; the areas may overlap. Nothing for a null pointer or a size below 1. */
 KIV_EXPORT void sysmem_copyptr(const void *source, void *target, int64_t size) KIV_NOEXCEPT;
 /* Frees a block. Null is ignored; what is no block, or no longer, is left alone and reported as
-   "sysmem_freeptr: trying to free bad ptr %p" on the debug output: it leaks rather than corrupts. */
+   "sysmem_freeptr: trying to free bad ptr %p" on the debug output: it leaks rather than corrupts.
+ */
 KIV_EXPORT void sysmem_freeptr(void *ptr) KIV_NOEXCEPT;
 
 /* --- handles: results are 0, -2 for what is no handle, -4 for no memory, -1 otherwise */

@@ -27,9 +27,10 @@ typedef struct ThreadKey *ThreadKeyRef;
 KIV_EXPORT uint32_t systhread_create(Method entry, void *argument, int64_t stack_size,
                                      int32_t priority, int32_t flags,
                                      ThreadId *thread) KIV_NOEXCEPT;
-/* Waits without limit for a thread to end and stores its exit code in `exit_code`, when given. Fails
-   for 0, for an unknown identifier, for the calling thread, and for a thread that was joined or was
-   detached and has ended. The exit codes of the last 1,024 threads that nobody joined are kept. */
+/* Waits without limit for a thread to end and stores its exit code in `exit_code`, when given.
+   Fails for 0, for an unknown identifier, for the calling thread, and for a thread that was joined
+   or was detached and has ended. The exit codes of the last 1,024 threads that nobody joined are
+   kept. */
 KIV_EXPORT uint32_t systhread_join(ThreadId thread, uint32_t *exit_code) KIV_NOEXCEPT;
 /* Says that nobody will join a thread: nothing is kept of it when it ends. */
 KIV_EXPORT uint32_t systhread_detach(ThreadId thread) KIV_NOEXCEPT;

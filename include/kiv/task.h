@@ -26,15 +26,15 @@ KIV_EXPORT void quittask_remove(Method routine) KIV_NOEXCEPT;
 /* The same, of a routine and an argument. */
 KIV_EXPORT void quittask_remove2(Method routine, void *argument) KIV_NOEXCEPT;
 
-/* Makes a background task, stores it in `task` when that is given, and hands it to a worker. `owner`
-   and `argument` stay the caller's; `completion` may be null; `flags` is reserved (0). Returns 0;
-   4,294,967,295 without a routine or memory; the system's error code when there is no worker and
-   none can be started. `task` then gets null. Any thread. */
+/* Makes a background task, stores it in `task` when that is given, and hands it to a worker.
+   `owner` and `argument` stay the caller's; `completion` may be null; `flags` is reserved (0).
+   Returns 0; 4,294,967,295 without a routine or memory; the system's error code when there is no
+   worker and none can be started. `task` then gets null. Any thread. */
 KIV_EXPORT uint32_t backgroundtask_execute(void *owner, void *argument, Method routine,
                                            Method completion, BackgroundTask **task,
                                            int32_t flags) KIV_NOEXCEPT;
-/* The same for a message, sent to the owner on a worker: `selector` with a copy of `argc` atoms. The
-   completion's argument is null. 4,294,967,295 when the owner is no object. */
+/* The same for a message, sent to the owner on a worker: `selector` with a copy of `argc` atoms.
+   The completion's argument is null. 4,294,967,295 when the owner is no object. */
 KIV_EXPORT uint32_t backgroundtask_execute_method(void *owner, Symbol *selector, int32_t argc,
                                                   Atom *argv, Method completion,
                                                   BackgroundTask **task,
