@@ -89,7 +89,7 @@ void cancel_waiting(Object *x, const ObexRecord *record) {
     }
 }
 
-void release_memory(Object *x) {
+void release_memory(Object *x, bool was_client) {
     Class *const c = class_of(x);
     // What was kept for the object while it and its parts were freed.
     if (obex_find(x)) {
@@ -100,7 +100,7 @@ void release_memory(Object *x) {
     }
     // As an atomic, so that no compiler leaves out a store to memory that is about to be freed.
     std::atomic_ref(x->magic).store(0, std::memory_order_release);
-    if (c->flags & ClassRetired) {
+    if (was_client || (c->flags & ClassRetired)) {
         memory_retire(x);
     } else {
         sysmem_freeptr(x);
@@ -155,7 +155,7 @@ void free_object(Object *x) {
     if (!class_of(x)->lightweight) {
         object_free_inlets_outlets(x);
     }
-    release_memory(x);
+    release_memory(x, record && (record->flags.load() & obex_client));
 }
 
 Class *find_constructor(Symbol *name_space, Symbol *class_name) {

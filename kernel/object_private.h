@@ -17,6 +17,10 @@ struct ObexValue {
 
 // The extension record of an object, made the first time that anything has to be kept for it.
 // Found through a pointer field of the instance or through a kernel-wide table (obex.cpp).
+// Flag bit of a record: its object is, or was, attached to others. A notification on another thread
+// may still reach for it while it is freed, so its memory goes to memory_retire.
+inline constexpr uint32_t obex_client = 0x10000;
+
 struct ObexRecord {
     explicit ObexRecord(Object *object) noexcept : owner(object) {}
 

@@ -22,6 +22,7 @@
 #include "containers/internal.h"
 #include "kernel/dispatch_call.h"
 #include "kernel/immortal.h"
+#include "kernel/inlets.h"
 #include "kernel/registry_private.h"
 
 namespace kiv {
@@ -128,7 +129,13 @@ class ClientsCopy {
     uint32_t detached_;
 };
 
+// A client that another thread frees meanwhile stays readable until the section ends.
 void notify_clients(Object *x, const ObexPin &record, Symbol *name, Symbol *message, void *data) {
+    SendState *const mine = send_state();
+    if (!mine) {
+        return;
+    }
+    const Section section(*mine);
     const ClientsCopy copy(*record.get());
     for (Object *const client : copy.clients()) {
         if (copy.is_attached(*record.get(), client)) {
@@ -222,6 +229,7 @@ bool client_attach(Object *client, Object *x) noexcept {
         record->clients.push_back(client);
         if (own) {
             own->attached_to.push_back(x);
+            own->flags.fetch_or(obex_client);
         }
     } catch (const std::bad_alloc &) {
         take_out(record->clients, client);
