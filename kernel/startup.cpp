@@ -31,6 +31,7 @@ void startup() noexcept {
 
 void shutdown() noexcept {
     quittasks_run();
+    background_tasks_end();
     scheduler_shutdown();
     console_drain();
 }

@@ -64,6 +64,7 @@ struct Service {
     Vector<BackgroundTask *> active;  // running or finished; has room for every queued task
     int32_t workers = 0;
     int32_t idle = 0;
+    bool ending = false;  // takes no more tasks
 
     Service() {
         if (systhread_mutex_new(&lock, 0) != 0 || systhread_cond_new(&work, 0) != 0 ||
@@ -85,9 +86,10 @@ struct RunFrame {
 thread_local const RunFrame *frames = nullptr;
 thread_local bool is_worker = false;
 
+std::atomic<Service *> instance{nullptr};
+
 // The service, made on first use and never destroyed; null when there is no memory.
 Service *service() noexcept {
-    static std::atomic<Service *> instance{nullptr};
     if (Service *made = instance.load(std::memory_order_acquire)) {
         return made;
     }
@@ -263,6 +265,9 @@ uint32_t hand_over(BackgroundTask *task) noexcept {
         return failed;
     }
     const Locked locked(s);
+    if (s->ending) {
+        return failed;
+    }
     try {
         s->active.reserve(s->active.size() + s->queue.size() + 1);
         s->queue.push_back(task);
@@ -336,7 +341,35 @@ bool wait_until_none(Service *s, Fits fits) noexcept {
     return find_unfinished(s, fits) == nullptr;
 }
 
+// How long the end of the process waits for routines that run.
+constexpr double end_wait_ms = 2000.0;
+
+bool routine_runs(Service *s) noexcept {
+    const Locked locked(s);
+    return find_unfinished(s, [](const BackgroundTask *) { return true; }) != nullptr;
+}
+
 }  // namespace
+
+void background_tasks_end() noexcept {
+    Service *s = instance.load();
+    if (!s) {
+        return;
+    }
+    {
+        const Locked locked(s);
+        s->ending = true;
+        for (BackgroundTask *task : s->queue) {
+            task_free(task);
+        }
+        s->queue.clear();
+        systhread_cond_broadcast(s->done);
+    }
+    const double end = platform::time_ms() + end_wait_ms;
+    while (routine_runs(s) && platform::time_ms() < end) {
+        systhread_sleep(1);
+    }
+}
 
 }  // namespace kiv
 

@@ -71,6 +71,9 @@ void set_thread_end_hook(void (*hook)()) noexcept;
 void timer_thread_mark() noexcept;
 // Runs the quit tasks, newest first. The host calls it once, when it ends.
 void quittasks_run() noexcept;
+// Takes no more background tasks, drops those that wait, and gives those that run two seconds to
+// end. Shutdown calls it after the quit tasks, while everything a routine may call still stands.
+void background_tasks_end() noexcept;
 
 // --- Scheduler (scheduler.cpp) -------------------------------------------------------------------
 

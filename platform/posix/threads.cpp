@@ -388,17 +388,12 @@ bool thread_terminate(uint32_t id) noexcept {
 }
 
 void thread_sleep(double ms) noexcept {
-    timespec end;
-    clock_gettime(CLOCK_MONOTONIC, &end);
     const double seconds = std::clamp(ms / 1e3, 0.0, 1e9);
     const auto whole = static_cast<time_t>(seconds);
-    end.tv_sec += whole;
-    end.tv_nsec += static_cast<long>((seconds - static_cast<double>(whole)) * 1e9);
-    if (end.tv_nsec >= 1000000000) {
-        end.tv_nsec -= 1000000000;
-        ++end.tv_sec;
-    }
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR) {
+    timespec left;
+    left.tv_sec = whole;
+    left.tv_nsec = static_cast<long>((seconds - static_cast<double>(whole)) * 1e9);
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
     }
 }
 

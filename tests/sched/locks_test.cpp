@@ -160,21 +160,26 @@ TEST(Conditions, SignalWakesOneAndBroadcastAll) {
 // Broadcasts race with waiters that come back at once: none may be lost to a late reset.
 TEST(Conditions, LoseNoBroadcastToAWaiterThatComesBack) {
     Gate gate;
-    constexpr int rounds = 3000;
-    std::thread other([&] {
-        for (int i = 0; i < rounds; ++i) {
-            gate.pass();
-        }
-    });
-    for (int i = 0; i < rounds; ++i) {
-        gate.await(gate.waiting, i + 1);
+    constexpr int passers = 3, rounds = 2000;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < passers; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < rounds; ++round) {
+                gate.pass();
+            }
+        });
+    }
+    for (int i = 0; i < passers * rounds; ++i) {
+        gate.await(gate.passed, i);
         systhread_mutex_lock(gate.mutex);
         ++gate.tickets;
         systhread_cond_broadcast(gate.condition);
         systhread_mutex_unlock(gate.mutex);
     }
-    other.join();
-    EXPECT_EQ(gate.passed, rounds);
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(gate.passed, passers * rounds);
 }
 
 // --- Read-write locks ----------------------------------------------------------------------------
