@@ -172,26 +172,31 @@ void task_destroy(SysparallelTask *task) {
     sysmem_freeptr(task->workers);
 }
 
+// Made by functions, not by lambdas in their initialisers: clang 14 crashes on a symbol literal
+// there.
+Class *make_task_class() noexcept {
+    Class *c = class_new("sysparallel_task", nullptr, method(task_destroy),
+                         static_cast<int32_t>(sizeof(SysparallelTask)), nullptr, 0);
+    constexpr auto offset = static_cast<int32_t>(offsetof(SysparallelTask, benchmark));
+    class_addattr(c, attr_offset_new("benchmark", "long"_sym, 0, nullptr, nullptr, offset));
+    class_register("nobox"_sym, c);
+    return c;
+}
+
+Class *make_worker_class() noexcept {
+    Class *c = class_new("sysparallel_worker", nullptr, nullptr,
+                         static_cast<int32_t>(sizeof(SysparallelWorker)), nullptr, 0);
+    class_register("nobox"_sym, c);
+    return c;
+}
+
 Class *task_class() noexcept {
-    static Class *const c = [] {
-        Class *made = class_new("sysparallel_task", nullptr, method(task_destroy),
-                                static_cast<int32_t>(sizeof(SysparallelTask)), nullptr, 0);
-        class_addattr(made,
-                      attr_offset_new("benchmark", "long"_sym, 0, nullptr, nullptr,
-                                      static_cast<int32_t>(offsetof(SysparallelTask, benchmark))));
-        class_register("nobox"_sym, made);
-        return made;
-    }();
+    static Class *const c = make_task_class();
     return c;
 }
 
 Class *worker_class() noexcept {
-    static Class *const c = [] {
-        Class *made = class_new("sysparallel_worker", nullptr, nullptr,
-                                static_cast<int32_t>(sizeof(SysparallelWorker)), nullptr, 0);
-        class_register("nobox"_sym, made);
-        return made;
-    }();
+    static Class *const c = make_worker_class();
     return c;
 }
 
