@@ -18,14 +18,16 @@ void clock_free(Clock *clock) {
     clock_wait_fired(queue_owner(clock->scheduler), clock);
 }
 
+Class *make_clock_class() {
+    Class *made = class_new("clock", nullptr, method(clock_free),
+                            static_cast<int32_t>(sizeof(Clock)), nullptr, 0);
+    class_obexoffset_set(made, -1);
+    class_register("nobox"_sym, made);
+    return made;
+}
+
 Class *clock_class() {
-    static Class *const c = [] {
-        Class *made = class_new("clock", nullptr, method(clock_free),
-                                static_cast<int32_t>(sizeof(Clock)), nullptr, 0);
-        class_obexoffset_set(made, -1);
-        class_register("nobox"_sym, made);
-        return made;
-    }();
+    static Class *const c = make_clock_class();
     return c;
 }
 

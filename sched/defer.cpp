@@ -66,14 +66,16 @@ void call_free(DeferredCall *call) {
     object_free(call->element);
 }
 
+Class *make_call_class() {
+    Class *made = class_new("deferred_call", nullptr, method(call_free),
+                            static_cast<int32_t>(sizeof(DeferredCall)), nullptr, 0);
+    class_obexoffset_set(made, -1);
+    class_register("nobox"_sym, made);
+    return made;
+}
+
 Class *call_class() {
-    static Class *const c = [] {
-        Class *made = class_new("deferred_call", nullptr, method(call_free),
-                                static_cast<int32_t>(sizeof(DeferredCall)), nullptr, 0);
-        class_obexoffset_set(made, -1);
-        class_register("nobox"_sym, made);
-        return made;
-    }();
+    static Class *const c = make_call_class();
     return c;
 }
 

@@ -215,20 +215,8 @@ void queue_remove(Qelem *element) noexcept {
     }
 }
 
-void queue_visit(Queue &queue, void (*visit)(Qelem *element, void *argument),
-                 void *argument) noexcept {
-    const Locked locked;
-    for (Qelem *element = queue.head; element; element = element->next) {
-        visit(element, argument);
-    }
-}
-
 Queue &low_queue() noexcept {
     return state().low;
-}
-
-Queue &system_queue() noexcept {
-    return state().system;
 }
 
 double main_queues_pass() noexcept {

@@ -34,12 +34,9 @@ struct Qelem {
 namespace kiv {
 
 Queue &low_queue() noexcept;
-Queue &system_queue() noexcept;
 void queue_append(Queue &queue, Qelem *element) noexcept;  // no effect when it waits already
 void queue_front(Queue &queue, Qelem *element) noexcept;
 void queue_remove(Qelem *element) noexcept;
-void queue_visit(Queue &queue, void (*visit)(Qelem *element, void *argument),
-                 void *argument) noexcept;
 void qelem_owner_set(Qelem *element, Object *owner) noexcept;
 bool time_is_offline() noexcept;
 

@@ -55,14 +55,16 @@ void schedule_queue_free(ScheduleQueue *queue) {
     lockfreequeue_free(queue->ring);
 }
 
+Class *make_schedule_queue_class() {
+    Class *made = class_new("schedule_queue", nullptr, method(schedule_queue_free),
+                            static_cast<int32_t>(sizeof(ScheduleQueue)), nullptr, 0);
+    class_obexoffset_set(made, -1);
+    class_register("nobox"_sym, made);
+    return made;
+}
+
 Class *schedule_queue_class() {
-    static Class *const c = [] {
-        Class *made = class_new("schedule_queue", nullptr, method(schedule_queue_free),
-                                static_cast<int32_t>(sizeof(ScheduleQueue)), nullptr, 0);
-        class_obexoffset_set(made, -1);
-        class_register("nobox"_sym, made);
-        return made;
-    }();
+    static Class *const c = make_schedule_queue_class();
     return c;
 }
 
