@@ -2,9 +2,11 @@
 // trees.
 #include <benchmark/benchmark.h>
 #include <kiv/kiv.h>
-#include <rapidjson/document.h>
 
 #include <nlohmann/json.hpp>
+#ifdef HAVE_RAPIDJSON
+#include <rapidjson/document.h>
+#endif
 
 #include "bench/patch_text.h"
 #include "kernel/startup.h"
@@ -37,6 +39,7 @@ void NlohmannParse(benchmark::State &state) {
 }
 BENCHMARK(NlohmannParse)->Unit(benchmark::kMillisecond);
 
+#ifdef HAVE_RAPIDJSON
 void RapidjsonParse(benchmark::State &state) {
     for (auto _ : state) {
         rapidjson::Document document;
@@ -46,6 +49,7 @@ void RapidjsonParse(benchmark::State &state) {
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text().size()));
 }
 BENCHMARK(RapidjsonParse)->Unit(benchmark::kMillisecond);
+#endif
 
 }  // namespace
 }  // namespace kiv
