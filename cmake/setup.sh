@@ -31,6 +31,11 @@ ensure_test_tools() {
         install_packages libgtest-dev
 }
 
+ensure_fuzz_tools() {
+    installed_all clang clang++ /usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a ||
+        install_packages clang libclang-rt-14-dev
+}
+
 # build_preset PRESET [TARGET...]: configures once, then builds. Run from the project's folder.
 build_preset() {
     local preset=$1

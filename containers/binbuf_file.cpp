@@ -52,16 +52,6 @@ void put_atom(Text &out, const Atom &atom) {
     }
 }
 
-Text to_binary(const BinbufStore *store) {
-    Text out(magic);
-    put(out, static_cast<uint32_t>(store->count));
-    Atom atom;
-    for (int64_t i = 0; store_atom(store, i, &atom); ++i) {
-        put_atom(out, atom);
-    }
-    return out;
-}
-
 // Takes values off the front of a file; once it finds too few bytes it gives zeros and `failed`.
 class Bytes {
   public:
@@ -106,27 +96,6 @@ bool take_atom(Bytes &bytes, Atom *atom) {
     return known && !bytes.failed();
 }
 
-enum class Read { done, bad, no_memory };
-
-Read read_binary(std::string_view file, Vector<Atom> &atoms) {
-    Bytes bytes(file);
-    if (bytes.take(magic.size()) != magic) {
-        return Read::bad;
-    }
-    const uint64_t count = bytes.number(4);
-    // Each atom takes five bytes at least: a damaged count makes no great array.
-    if (bytes.failed() || count > bytes.left() / 5) {
-        return Read::bad;
-    }
-    atoms.resize(count);
-    for (Atom &atom : atoms) {
-        if (!take_atom(bytes, &atom)) {
-            return Read::bad;
-        }
-    }
-    return Read::done;
-}
-
 int32_t read_into(Binbuf *buf, const char *file_name, Text &file, bool binary) {
     Binbuf *read = binbuf_new();
     if (!read) {
@@ -134,12 +103,9 @@ int32_t read_into(Binbuf *buf, const char *file_name, Text &file, bool binary) {
     }
     bool good;
     if (binary) {
-        Vector<Atom> atoms;
-        good = read_binary(file, atoms) == Read::done;
+        good = store_read_binary(read->store, file);
         if (!good) {
             error("%s: bad magic number", file_name);
-        } else {
-            good = store_append(read->store, static_cast<int32_t>(atoms.size()), atoms.data());
         }
     } else {
         char *text = file.data();
@@ -172,6 +138,35 @@ int32_t read_file(const char *file_name, int16_t path, Text &file) {
 
 }  // namespace
 
+Text store_write_binary(const BinbufStore *store) {
+    Text out(magic);
+    put(out, static_cast<uint32_t>(store->count));
+    Atom atom;
+    for (int64_t i = 0; store_atom(store, i, &atom); ++i) {
+        put_atom(out, atom);
+    }
+    return out;
+}
+
+bool store_read_binary(BinbufStore *store, std::string_view file) {
+    Bytes bytes(file);
+    if (bytes.take(magic.size()) != magic) {
+        return false;
+    }
+    const uint64_t count = bytes.number(4);
+    // Each atom takes five bytes at least: a damaged count makes no great array.
+    if (bytes.failed() || count > bytes.left() / 5) {
+        return false;
+    }
+    Vector<Atom> atoms(count);
+    for (Atom &atom : atoms) {
+        if (!take_atom(bytes, &atom)) {
+            return false;
+        }
+    }
+    return store_append(store, static_cast<int32_t>(count), atoms.data());
+}
+
 }  // namespace kiv
 
 using namespace kiv;
@@ -195,7 +190,7 @@ int32_t binbuf_write(Binbuf *buf, const char *file_name, int16_t path, int32_t b
         return -1;
     }
     try {
-        Text file = binary ? to_binary(buf->store) : store_write(buf->store, '\n');
+        Text file = binary ? store_write_binary(buf->store) : store_write(buf->store, '\n');
         if (!binary) {
             file.push_back('\n');
         }

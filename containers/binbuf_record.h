@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string_view>
 
 #include "sched/internal.h"
 
@@ -41,6 +42,11 @@ void atom_write(Text &out, const Atom &atom);
 void float_write(Text &out, double value);
 // The atoms as text, with `line_end` behind each semicolon that is followed by more.
 Text store_write(const BinbufStore *store, char line_end);
+// The atoms in the binary form of files.
+Text store_write_binary(const BinbufStore *store);
+// Appends the atoms of a binary form; false, and nothing appended, when it is damaged or on no
+// memory. Throws std::bad_alloc.
+bool store_read_binary(BinbufStore *store, std::string_view file);
 
 }  // namespace kiv
 

@@ -1,0 +1,43 @@
+// JSON text: the reader takes or refuses anything; what it takes is written and read back the same.
+#include <kiv/dictionary.h>
+#include <kiv/object.h>
+
+#include <string>
+
+#include "containers/internal.h"
+#include "fuzz/fuzz.h"
+
+using namespace kiv;
+
+namespace {
+
+Dictionary *read(const char *text) {
+    Dictionary *dictionary = nullptr;
+    char message[KIV_JSON_ERROR_SIZE];
+    const ErrorCode result = dictobj_dictionaryfromstring(&dictionary, text, 1, message);
+    fuzz::require((result == ErrorNone) == (dictionary != nullptr),
+                  "the result says what is there");
+    return dictionary;
+}
+
+Text written(const Dictionary *dictionary) {
+    Text text;
+    fuzz::require(json_from_dictionary(dictionary, text), "what was read can be written");
+    return text;
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    const std::string text(fuzz::as_text(data, size));
+    if (Dictionary *first = read(text.c_str())) {
+        const Text once = written(first);
+        Dictionary *second = read(once.c_str());
+        fuzz::require(second, "what was written can be read");
+        fuzz::require(written(second) == once, "written again, it is the same text");
+        object_free(second);
+        object_free(first);
+    }
+    fuzz::settle();
+    return 0;
+}
