@@ -13,19 +13,11 @@ struct Operator {
     int64_t (*compare_floats)(double a, double b);  // set for operators that answer 1 or 0
 };
 
-// Integer arithmetic wraps, as two's complement does; computed unsigned, where that is defined.
-int64_t wrap(uint64_t value) {
-    return static_cast<int64_t>(value);
-}
-uint64_t bits(int64_t value) {
-    return static_cast<uint64_t>(value);
-}
-
 int64_t divide(int64_t a, int64_t b) {
     if (b == 0) {
         return 0;
     }
-    return b == -1 ? wrap(0 - bits(a)) : a / b;
+    return b == -1 ? wrapped(0 - bits(a)) : a / b;
 }
 
 int64_t remainder(int64_t a, int64_t b) {
@@ -44,7 +36,7 @@ int64_t shift_left(int64_t a, int64_t b) {
     if (b < 0) {
         return shift_right(a, b < -64 ? 64 : -b);
     }
-    return b > 63 ? 0 : wrap(bits(a) << b);
+    return b > 63 ? 0 : wrapped(bits(a) << b);
 }
 
 #define KIV_COMPARE(op)                                              \
@@ -52,11 +44,11 @@ int64_t shift_left(int64_t a, int64_t b) {
         [](double a, double b) -> int64_t { return a op b; }
 
 constexpr Operator operators[] = {
-    {"+", [](int64_t a, int64_t b) { return wrap(bits(a) + bits(b)); },
+    {"+", [](int64_t a, int64_t b) { return wrapped(bits(a) + bits(b)); },
      [](double a, double b) { return a + b; }, nullptr},
-    {"-", [](int64_t a, int64_t b) { return wrap(bits(a) - bits(b)); },
+    {"-", [](int64_t a, int64_t b) { return wrapped(bits(a) - bits(b)); },
      [](double a, double b) { return a - b; }, nullptr},
-    {"*", [](int64_t a, int64_t b) { return wrap(bits(a) * bits(b)); },
+    {"*", [](int64_t a, int64_t b) { return wrapped(bits(a) * bits(b)); },
      [](double a, double b) { return a * b; }, nullptr},
     {"/", divide, [](double a, double b) { return a / b; }, nullptr},
     {"%", remainder, [](double a, double b) { return std::fmod(a, b); }, nullptr},

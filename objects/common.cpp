@@ -1,7 +1,5 @@
 #include "objects/common.h"
 
-#include <cstring>
-
 namespace kiv::objects {
 
 namespace {
@@ -43,6 +41,31 @@ int64_t long_argument(void *x, int32_t index, int32_t argc, const Atom *argv, in
 Symbol *symbol_argument(void *x, int32_t index, int32_t argc, const Atom *argv, Symbol *fallback) {
     const Atom *const found = argument(x, index, argc, argv, true);
     return found ? found->value.sym : fallback;
+}
+
+Linklist *make_inlets(void *owner, int32_t count) {
+    Linklist *const proxies = linklist_new();
+    for (int32_t i = count; proxies && i > 0; --i) {
+        Proxy *const proxy = proxy_new(owner, i, nullptr);
+        if (proxy && linklist_append(proxies, proxy) < 0) {
+            proxy_delete(proxy);
+        }
+    }
+    return proxies;
+}
+
+Object *box_of(void *x) {
+    void *box = nullptr;
+    object_obex_lookup(x, "#B"_sym, &box);
+    return static_cast<Object *>(box);
+}
+
+Object *patcher_of(void *x) {
+    return jbox_get_patcher(box_of(x));
+}
+
+void refuse(void *x, const Symbol *selector) {
+    object_error(x, "doesn't understand \"%s\"", selector->name);
 }
 
 void send_number(Outlet *outlet, const Atom &number) {

@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <limits>
 
@@ -51,6 +52,18 @@ inline int64_t to_long(double value) {
     return static_cast<int64_t>(value);
 }
 
+// Integer arithmetic wraps, as two's complement does: it is computed unsigned, where that is
+// defined.
+inline uint64_t bits(int64_t value) {
+    return static_cast<uint64_t>(value);
+}
+inline int64_t wrapped(uint64_t value) {
+    return static_cast<int64_t>(value);
+}
+
+inline bool is_long(const Atom &atom) {
+    return atom.type == TypeLong;
+}
 inline bool is_number(const Atom &atom) {
     return atom.type == TypeLong || atom.type == TypeFloat;
 }
@@ -100,6 +113,16 @@ inline Outlet *number_outlet(void *owner, bool floats) {
 inline Inlet *number_inlet(void *owner, bool floats, int32_t n) {
     return floats ? floatin(owner, n) : intin(owner, n);
 }
+
+// `count` inlets to the right of the first that take every message: proxy_getinlet tells, 1 for the
+// first of them, which one it was. The result is the owner's, to free in its free function.
+Linklist *make_inlets(void *owner, int32_t count);
+
+// --- The patcher around an object ----------------------------------------------------------------
+
+// The box that an object sits in, or is, and its patcher; null for an object in none. Main thread.
+Object *box_of(void *x);
+Object *patcher_of(void *x);
 
 // --- Messages ------------------------------------------------------------------------------------
 
@@ -168,6 +191,9 @@ class Elements {
     int32_t count_;
 };
 
+// Says that the object has no use for a message.
+void refuse(void *x, const Symbol *selector);
+
 // Equal in type and value; for numbers, an integer never equals a float.
 bool same_atom(const Atom &a, const Atom &b);
 
@@ -192,5 +218,10 @@ void pipe_start();
 void named_start();
 void subpatcher_start();
 void defer_start();
+void accumulators_start();
+void bag_start();
+void thispatcher_start();
+void pcontrol_start();
+void preset_start();
 
 }  // namespace kiv::objects

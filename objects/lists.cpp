@@ -1,8 +1,6 @@
 // pack, unpack, swap, append, prepend: making lists and taking them apart.
 #include "objects/common.h"
 
-#include <cstring>
-
 namespace kiv::objects {
 
 namespace {
@@ -27,6 +25,7 @@ Atom initial_element(int32_t index, int32_t argc, const Atom *argv) {
 struct Pack {
     Object ob;
     Outlet *out;
+    Linklist *inlets;
     int32_t count;
     Atom *values;  // each keeps the kind it was made with
 };
@@ -68,6 +67,7 @@ void pack_set(Pack *x, Symbol *, int32_t argc, Atom *argv) {
 }
 
 void pack_free(Pack *x) {
+    object_free(x->inlets);
     sysmem_freeptr(x->values);
 }
 
@@ -81,9 +81,7 @@ void *pack_new(Symbol *, int32_t argc, Atom *argv) {
         for (int32_t i = 0; i < x->count; ++i) {
             x->values[i] = initial_element(i, argc, argv);
         }
-        for (int32_t i = x->count - 1; i > 0; --i) {
-            proxy_new(x, i, nullptr);
-        }
+        x->inlets = make_inlets(x, x->count - 1);
         x->out = listout(x);
     }
     return x;

@@ -29,6 +29,25 @@ Record *make_box(Class *c, int32_t argc, Atom *argv) {
     return x;
 }
 
+// "getvalueof" and "setvalueof": the value by which presets know a box. Setting it sends it.
+template <class Record, Atom (*get)(const Record *), void (*set)(Record *, Atom)>
+struct Valued {
+    static void get_value(const Record *x, int32_t *argc, Atom **argv) {
+        if (atom_alloc(argc, argv, nullptr) == ErrorNone) {
+            **argv = get(x);
+        }
+    }
+    static void set_value(Record *x, int32_t argc, Atom *argv) {
+        if (argc > 0 && is_number(argv[0])) {
+            set(x, argv[0]);
+        }
+    }
+    static void add(Class *c) {
+        class_addmethod(c, method(get_value), "getvalueof", TypeCant, 0);
+        class_addmethod(c, method(set_value), "setvalueof", TypeCant, 0);
+    }
+};
+
 // --- button --------------------------------------------------------------------------------------
 
 struct Button {
@@ -71,6 +90,10 @@ void toggle_number(Toggle *x, Atom number) {
 
 void toggle_bang(Toggle *x) {
     toggle_number(x, long_atom(x->value == 0 ? 1 : 0));
+}
+
+Atom toggle_value(const Toggle *x) {
+    return long_atom(x->value);
 }
 
 void *toggle_new(Symbol *, int32_t argc, Atom *argv) {
@@ -119,6 +142,10 @@ void number_set(NumberBox *x, Symbol *, int32_t argc, Atom *argv) {
     number_store(x, number_argument(x, 0, argc, argv, x->value));
 }
 
+Atom number_value(const NumberBox *x) {
+    return x->value;
+}
+
 NumberBox *number_box_new(Class *c, bool floats, int32_t argc, Atom *argv) {
     auto *x = make_box<NumberBox>(c, argc, argv);
     if (x) {
@@ -143,6 +170,7 @@ Class *add_number_box(const char *name, void *(*constructor)(Symbol *, int32_t, 
     class_addmethod(c, method(number_send), "bang", 0);
     class_addmethod(c, method(number_set), "set", TypeGimme, 0);
     Numbers<NumberBox, number_number>::add(c);
+    Valued<NumberBox, number_value, number_number>::add(c);
     const struct {
         const char *name;
         size_t offset;
@@ -192,6 +220,7 @@ void number_boxes_start() {
     class_addmethod(toggle_class, method(toggle_bang), "bang", 0);
     class_addmethod(toggle_class, method(toggle_set), "set", TypeLong, 0);
     Numbers<Toggle, toggle_number>::add(toggle_class);
+    Valued<Toggle, toggle_value, toggle_number>::add(toggle_class);
     add_class(toggle_class);
 
     number_class = add_number_box("number", number_new);

@@ -1,8 +1,6 @@
 // pipe: passes messages on later, any number in flight.
 #include "objects/common.h"
 
-#include <cstring>
-
 namespace kiv::objects {
 
 namespace {
@@ -27,6 +25,7 @@ struct Pipe {
     Object ob;
     double ms;
     int32_t count;
+    Linklist *inlets;
     Atom *values;
     Outlet **outs;
     Flight *oldest;
@@ -137,6 +136,7 @@ void pipe_flush(Pipe *x) {
 
 void pipe_free(Pipe *x) {
     pipe_clear(x);
+    object_free(x->inlets);
     sysmem_freeptr(x->values);
     sysmem_freeptr(x->outs);
 }
@@ -159,9 +159,7 @@ void *pipe_new(Symbol *, int32_t argc, Atom *argv) {
     if (argc > 0) {
         set_ms(x, argv[argc - 1]);
     }
-    for (int32_t i = count; i > 0; --i) {
-        proxy_new(x, i, nullptr);
-    }
+    x->inlets = make_inlets(x, count);
     for (int32_t i = count - 1; i >= 0; --i) {
         x->values[i] = argc > 1 ? argv[i] : long_atom(0);
         x->outs[i] = outlet_new(x, nullptr);

@@ -114,6 +114,7 @@ struct Gate {
     Object ob;
     int32_t count;
     int64_t open;
+    Linklist *inlets;
     Outlet **outs;  // a switch has one
 };
 Class *gate_class;
@@ -121,7 +122,7 @@ Class *switch_class;
 
 void choose(Gate *x, Symbol *selector, int32_t argc, const Atom *argv) {
     if (argc < 1 || !is_number(argv[0])) {
-        object_error(x, "doesn't understand \"%s\"", selector->name);
+        refuse(x, selector);
         return;
     }
     const int64_t wanted = long_of(argv[0]);
@@ -155,6 +156,7 @@ void switch_message(Gate *x, Symbol *selector, int32_t argc, Atom *argv) {
 }
 
 void gate_free(Gate *x) {
+    object_free(x->inlets);
     sysmem_freeptr(x->outs);
 }
 
@@ -171,9 +173,7 @@ Gate *gate_make(Class *c, int32_t argc, const Atom *argv, bool is_switch) {
         object_free(x);
         return nullptr;
     }
-    for (int32_t i = is_switch ? x->count : 1; i > 0; --i) {
-        proxy_new(x, i, nullptr);
-    }
+    x->inlets = make_inlets(x, is_switch ? x->count : 1);
     for (int32_t i = outs - 1; i >= 0; --i) {
         x->outs[i] = outlet_new(x, nullptr);
     }

@@ -19,6 +19,11 @@ void objects_builtin_start() noexcept {
     objects::named_start();
     objects::subpatcher_start();
     objects::defer_start();
+    objects::accumulators_start();
+    objects::bag_start();
+    objects::thispatcher_start();
+    objects::pcontrol_start();
+    objects::preset_start();
 }
 
 }  // namespace kiv

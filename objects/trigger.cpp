@@ -1,8 +1,6 @@
 // trigger, bangbang: one message in, several out, right to left.
 #include "objects/common.h"
 
-#include <cstring>
-
 namespace kiv::objects {
 
 namespace {

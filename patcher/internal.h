@@ -18,9 +18,6 @@ int32_t patcher_save(Object *patcher, const char *file_name, int16_t path) noexc
 Object *document_load(const char *file_path, int32_t *result) noexcept;
 // The same for text (a document from standard input).
 Object *document_load_text(const char *text, int64_t length) noexcept;
-// Lets every patcher serve loadbang once more, as the next outermost load does; who sends
-// "loadbang" to a running patcher on a person's behalf calls it first.
-void loadbang_new_generation() noexcept;
 // Posts the names of the operations on the loadbang queue.
 void loadbang_debug(bool on) noexcept;
 

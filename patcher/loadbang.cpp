@@ -167,10 +167,6 @@ void patcher_postload(Object *subpatcher) noexcept {
     object_method(subpatcher, "clean"_sym);
 }
 
-void loadbang_new_generation() noexcept {
-    ++state.generation;
-}
-
 void loadbang_debug(bool on) noexcept {
     state.debug = on;
 }
@@ -255,6 +251,10 @@ void loadbang_dequeue(void) noexcept {
         send_and_clean(as_object(patcher));
     }
     state.delivering = false;
+}
+
+void loadbang_new_generation(void) noexcept {
+    ++state.generation;
 }
 
 int32_t noloadbangdisable_get(void) noexcept {

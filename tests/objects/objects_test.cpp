@@ -200,6 +200,15 @@ constexpr Case cases[] = {
      "0 0 | 0 1 | 0 2 | 1 1 | 0 1 | 0 0 | 1 2 | 0 1"},
     {"counter 1 3", "0 bang | 2 2 | 0 bang | 0 bang", "0 1 | 0 2 | 1 1 | 0 1"},
     {"random 1000 7", "0 bang | 0 bang | 0 seed 7 | 0 bang", "0 487 | 0 804 | 0 487"},
+    // Collections.
+    {"bag", "0 5 | 0 2.5 | 0 5 | 0 bang | 0 5 0 | 0 length | 1 1 | 0 7 | 0 cut | 0 clear | 0 bang",
+     "0 5 | 0 2.5 | 0 1 | 0 2.5"},
+    {"bag twice", "0 5 | 0 5 | 0 5 0 | 0 bang | 0 cut | 0 cut", "0 5 | 0 5"},
+    {"accum 2",
+     "0 bang | 1 3 | 2 2.5 | 0 bang | 2 9223372036854775807 | 0 bang | 0 6.5 | 0 set 1 | 0 bang",
+     "0 2 | 0 12 | 0 -12 | 0 6 | 0 1"},
+    {"accum 0.5", "1 1 | 2 3 | 0 bang | 0 2", "0 4.5 | 0 2."},
+    {"iaccum 1.5", "1 1.75 | 0 bang", "0 2"},
     // Time.
     {"metro 10", "0 1 | after 25 | 1 5 | after 10 | 0 0 | after 50",
      "0 bang | 0 bang | 0 bang | 0 bang | 0 bang"},
@@ -212,6 +221,7 @@ constexpr Case cases[] = {
     {"pipe 0 x 10", "1 y | 0 5 | after 10", "1 y | 0 5"},
     {"timer", "0 bang | after 12 | 1 bang", "0 12."},
     {"defer", "0 1 2 | after 0 | 0 foo", "0 1 2"},
+    {"schedule", "0 1 2 | 0 foo | after 0 | 0 5", "0 1 2 | 0 foo"},
     // Names.
     {"receive here", "0 set there", ""},
     {"v shared 5 6", "0 bang | 0 foo 1 | 0 bang", "0 5 6 | 0 foo 1"},
@@ -238,6 +248,9 @@ TEST(ObjectErrors, ArePostedOnceFromTheObject) {
         {"gate", "0 foo", "doesn't understand \"foo\""},
         {"+ 1", "0 x y", "doesn't understand \"x\""},
         {"pack 0 0", "1 foo", "inlet 2 holds a number"},
+        {"accum", "1 bang", "doesn't understand \"bang\""},
+        {"bag", "0 foo", "doesn't understand \"foo\""},
+        {"bag", "0 1 x", "bad arguments for message \"list\""},
         {"counter 7 0 1", "", "7 is no direction: 0 up, 1 down, 2 up and down"},
     };
     for (const Case &c : wrong) {

@@ -1,0 +1,257 @@
+// The script messages of `thispatcher`: a table of words, each with the arguments it wants.
+#include "objects/script.h"
+
+#include "objects/common.h"
+
+namespace kiv::objects {
+
+namespace {
+
+// A script message under way. The atoms are those behind its word.
+struct Script {
+    Object *x;  // reports what is wrong
+    Object *patcher;
+    const char *word;
+    int32_t argc;
+    Atom *argv;
+
+    Object *box(int32_t index) const {
+        return jpatcher_resolvebox(patcher, atom_getsym(argv + index));
+    }
+    double number(int32_t index) const { return float_of(argv[index]); }
+};
+
+// --- Making boxes --------------------------------------------------------------------------------
+
+void set_text(Dictionary *dictionary, int32_t argc, const Atom *argv) {
+    char *text = nullptr;
+    int64_t size = 0;
+    if (argc > 0 && atom_gettext(argc, argv, &size, &text, 0) == ErrorNone) {
+        dictionary_appendstring(dictionary, "text"_sym, text);
+        sysmem_freeptr(text);
+    }
+}
+
+bool is_box_class(const Object *patcher, Symbol *name) {
+    Class *const c = class_findbyname_casefree(
+        object_attr_getsym(const_cast<Object *>(patcher), "classnamespace"_sym), name);
+    return name == "newobj"_sym || class_is_ui(c);
+}
+
+// What `argv` says about a box: the name of a box class, its text and "@key value" pairs; or the
+// text of an object box. Into `dictionary`.
+void describe_box(const Object *patcher, Dictionary *dictionary, int32_t argc, Atom *argv) {
+    Symbol *const name = atom_getsym(argv);
+    const int32_t words = attr_args_offset(argc, argv);
+    if (is_box_class(patcher, name)) {
+        dictionary_appendsym(dictionary, "kivclass"_sym, name);
+        set_text(dictionary, words - 1, argv + 1);
+    } else {
+        dictionary_appendsym(dictionary, "kivclass"_sym, "newobj"_sym);
+        set_text(dictionary, words, argv);
+    }
+    attr_args_dictionary(dictionary, argc - words, argv + words);
+}
+
+void set_place(Dictionary *dictionary, Symbol *name, const Atom *position) {
+    dictionary_appendsym(dictionary, "varname"_sym, name);
+    dictionary_appendatoms(dictionary, "patching_position"_sym, 2, position);
+}
+
+// newobject CLASS [TEXT] @KEY VALUE ...
+void newobject(const Script &s) {
+    Dictionary *const dictionary = dictionary_new();
+    describe_box(s.patcher, dictionary, s.argc, s.argv);
+    newobject_fromdictionary(s.patcher, dictionary);
+    object_free(dictionary);
+}
+
+// newdefault NAME X Y CLASS ARGUMENTS: the words of a box as they would be typed.
+void newdefault(const Script &s) {
+    Dictionary *const dictionary = dictionary_new();
+    describe_box(s.patcher, dictionary, s.argc - 3, s.argv + 3);
+    set_place(dictionary, atom_getsym(s.argv), s.argv + 1);
+    newobject_fromdictionary(s.patcher, dictionary);
+    object_free(dictionary);
+}
+
+// --- Cords ---------------------------------------------------------------------------------------
+
+void connect(const Script &s) {
+    typedmess(s.patcher, "connect"_sym, s.argc, s.argv);
+}
+
+void disconnect(const Script &s) {
+    typedmess(s.patcher, "disconnect"_sym, s.argc, s.argv);
+}
+
+// hidden connect A OUTLET B INLET
+void hidden(const Script &s) {
+    Atom cord = long_atom(0);
+    if (atom_getsym(s.argv) != "connect"_sym) {
+        object_error(s.x, "script hidden: \"connect\" is wanted");
+    } else if (object_method_typed(s.patcher, "connect"_sym, s.argc - 1, s.argv + 1, &cord) ==
+               ErrorNone) {
+        jpatchline_set_hidden(atom_getobj(&cord), 1);
+    }
+}
+
+// --- Boxes that are there ------------------------------------------------------------------------
+
+void remove(const Script &s) {
+    jpatcher_deleteobj(s.patcher, s.box(0));
+}
+
+void hide(const Script &s) {
+    jbox_set_hidden(s.box(0), 1);
+}
+void show(const Script &s) {
+    jbox_set_hidden(s.box(0), 0);
+}
+
+void ignoreclick(const Script &s) {
+    jbox_set_ignoreclick(s.box(0), 1);
+}
+void respondtoclick(const Script &s) {
+    jbox_set_ignoreclick(s.box(0), 0);
+}
+
+void move(const Script &s) {
+    const double position[] = {s.number(1), s.number(2)};
+    jbox_set_patching_position(s.box(0), position);
+}
+
+void offset(const Script &s) {
+    double position[2] = {};
+    jbox_get_patching_position(s.box(0), position);
+    position[0] += s.number(1);
+    position[1] += s.number(2);
+    jbox_set_patching_position(s.box(0), position);
+}
+
+// offsetfrom NAME OTHER FROM_TOP_LEFT DX DY: the distance from the other box's top left corner, or
+// from its bottom right one.
+void offsetfrom(const Script &s) {
+    double rect[4] = {};
+    jbox_get_patching_rect(s.box(1), rect);
+    const bool top_left = s.number(2) != 0.0;
+    const double position[] = {rect[0] + (top_left ? 0.0 : rect[2]) + s.number(3),
+                               rect[1] + (top_left ? 0.0 : rect[3]) + s.number(4)};
+    jbox_set_patching_position(s.box(0), position);
+}
+
+void resize(const Script &s) {
+    const double size[] = {s.number(1), s.number(2)};
+    jbox_set_patching_size(s.box(0), size);
+}
+
+// send NAME MESSAGE: to the object in the box; sendbox: to the box around it.
+void send_atoms(Object *receiver, int32_t argc, Atom *argv) {
+    object_method_typed(receiver,
+                        argc == 1 && is_long(argv[0])     ? "int"_sym
+                        : argc == 1 && is_number(argv[0]) ? "float"_sym
+                                                          : nullptr,
+                        argc, argv, nullptr);
+}
+void send(const Script &s) {
+    send_atoms(jbox_get_object(s.box(0)), s.argc - 1, s.argv + 1);
+}
+void sendbox(const Script &s) {
+    send_atoms(s.box(0), s.argc - 1, s.argv + 1);
+}
+
+// nth NAME CLASS N: names the N-th object of a class, counted from 1.
+void nth(const Script &s) {
+    Symbol *const class_name = atom_getsym(s.argv + 1);
+    int64_t left = long_of(s.argv[2]);
+    for (Object *box = jpatcher_get_firstobject(s.patcher); box; box = jbox_get_nextobject(box)) {
+        if (object_classname(jbox_get_object(box)) == class_name && --left == 0) {
+            jbox_set_varname(box, atom_getsym(s.argv));
+            return;
+        }
+    }
+    object_error(s.x, "script nth: there are not so many %s objects", class_name->name);
+}
+
+// --- The words -----------------------------------------------------------------------------------
+
+// What is wanted of the atoms, a letter each: b the name of a box that is there, s a symbol, n a
+// number, and last, perhaps, a dot: more may follow. Without the dot, more are ignored.
+struct Word {
+    const char *name;
+    const char *wanted;
+    void (*run)(const Script &);
+};
+constexpr Word words[] = {
+    {"newobject", "s.", newobject},
+    {"newdefault", "snns.", newdefault},
+    {"connect", "", connect},
+    {"disconnect", "", disconnect},
+    {"hidden", "s.", hidden},
+    {"delete", "b", remove},
+    {"remove", "b", remove},
+    {"hide", "b", hide},
+    {"show", "b", show},
+    {"ignoreclick", "b", ignoreclick},
+    {"move", "bnn", move},
+    {"respondtoclick", "b", respondtoclick},
+    {"offset", "bnn", offset},
+    {"offsetfrom", "bbnnn", offsetfrom},
+    {"size", "bnn", resize},
+    {"send", "ba.", send},
+    {"sendbox", "bs.", sendbox},
+    {"nth", "ssn", nth},
+};
+
+bool atom_fits(const Script &s, int32_t index, char wanted) {
+    const Atom &atom = s.argv[index];
+    switch (wanted) {
+        case 'n':
+            return is_number(atom);
+        case 's':
+            return is_symbol(atom);
+        case 'b':
+            if (!is_symbol(atom) || !s.box(index)) {
+                char *text = nullptr;
+                int64_t size = 0;
+                atom_gettext(1, &atom, &size, &text, 2);
+                object_error(s.x, "script %s: no such box: %s", s.word, text ? text : "");
+                sysmem_freeptr(text);
+                return false;
+            }
+            return true;
+        default:
+            return true;
+    }
+}
+
+void run(const Word &word, const Script &s) {
+    for (int32_t i = 0; word.wanted[i] && word.wanted[i] != '.'; ++i) {
+        if (i >= s.argc) {
+            object_error(s.x, "missing arguments for message \"script %s\"", s.word);
+            return;
+        }
+        if (!atom_fits(s, i, word.wanted[i])) {
+            if (word.wanted[i] != 'b') {
+                object_error(s.x, "bad arguments for message \"script %s\"", s.word);
+            }
+            return;
+        }
+    }
+    word.run(s);
+}
+
+}  // namespace
+
+void script(Object *x, Object *patcher, int32_t argc, Atom *argv) {
+    const char *const name = argc > 0 && is_symbol(argv[0]) ? argv[0].value.sym->name : "";
+    for (const Word &word : words) {
+        if (std::strcmp(word.name, name) == 0) {
+            run(word, {x, patcher, name, argc - 1, argv + 1});
+            return;
+        }
+    }
+    object_error(x, "script: no such word: \"%s\"", name);
+}
+
+}  // namespace kiv::objects
