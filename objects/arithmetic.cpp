@@ -85,7 +85,10 @@ void send(Binary *x) {
     } else if (x->op->compare_floats) {
         outlet_int(x->out, x->op->compare_floats(float_of(x->left), x->right.value.f));
     } else {
-        outlet_float(x->out, x->op->floats(float_of(x->left), x->right.value.f));
+        const double result = x->op->floats(float_of(x->left), x->right.value.f);
+        // Not-a-number has no sign here: processors disagree about it.
+        outlet_float(x->out,
+                     std::isnan(result) ? std::numeric_limits<double>::quiet_NaN() : result);
     }
 }
 

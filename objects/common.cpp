@@ -1,5 +1,7 @@
 #include "objects/common.h"
 
+#include <algorithm>
+
 namespace kiv::objects {
 
 namespace {
@@ -41,6 +43,14 @@ int64_t long_argument(void *x, int32_t index, int32_t argc, const Atom *argv, in
 Symbol *symbol_argument(void *x, int32_t index, int32_t argc, const Atom *argv, Symbol *fallback) {
     const Atom *const found = argument(x, index, argc, argv, true);
     return found ? found->value.sym : fallback;
+}
+
+int32_t port_count(void *x, int64_t wanted) {
+    if (wanted > most_ports) {
+        object_error(x, "%lld inlets or outlets are too many: %d are made",
+                     static_cast<long long>(wanted), most_ports);
+    }
+    return static_cast<int32_t>(std::clamp<int64_t>(wanted, 1, most_ports));
 }
 
 Linklist *make_inlets(void *owner, int32_t count) {
@@ -141,6 +151,25 @@ bool convert_atom(const Atom &from, const Atom &kind, Atom &to) {
     }
     to = from;
     return true;
+}
+
+void convert_or_zero(const Atom &from, Atom &to) {
+    const Atom zero = is_symbol(to) ? symbol_atom(""_sym) : as_kind(long_atom(0), !is_long(to));
+    if (!convert_atom(from, to, to)) {
+        to = zero;
+    }
+}
+
+bool store_elements(void *x, Atom *values, int32_t value_count, int32_t first, int32_t argc,
+                    const Atom *argv) {
+    bool stored = true;
+    for (int32_t i = 0; i < argc && first + i < value_count; ++i) {
+        if (!convert_atom(argv[i], values[first + i], values[first + i])) {
+            object_error(x, "inlet %d holds a number", first + i + 1);
+            stored = false;
+        }
+    }
+    return stored;
 }
 
 }  // namespace kiv::objects

@@ -36,6 +36,12 @@ Record *make_object(Class *c) {
     return static_cast<Record *>(object_alloc(c));
 }
 
+// `count` elements of zeros, freed with sysmem_freeptr; null without memory.
+template <class T>
+T *new_array(int32_t count) {
+    return static_cast<T *>(sysmem_newptrclear(static_cast<int64_t>(sizeof(T)) * count));
+}
+
 // --- Numbers -------------------------------------------------------------------------------------
 
 // Truncates toward zero; what does not fit becomes the nearest integer, not-a-number 0.
@@ -87,6 +93,13 @@ inline Atom symbol_atom(Symbol *value) {
     return atom;
 }
 
+// Milliseconds that a clock can work with: no fewer than `least`, no more than some 30,000 years;
+// `least` for not-a-number.
+inline double sane_ms(double ms, double least) {
+    constexpr double most = 1e15;
+    return !(ms >= least) ? least : ms <= most ? ms : most;
+}
+
 // Numbers keep their kind: an object works in floats when its first numeric argument is one.
 inline int64_t long_of(const Atom &number) {
     return number.type == TypeFloat ? to_long(number.value.f) : number.value.i;
@@ -113,6 +126,11 @@ inline Outlet *number_outlet(void *owner, bool floats) {
 inline Inlet *number_inlet(void *owner, bool floats, int32_t n) {
     return floats ? floatin(owner, n) : intin(owner, n);
 }
+
+// How many inlets or outlets an object makes that was asked for `wanted`: at least one, and not
+// more than most_ports, which is an error posted from it.
+constexpr int32_t most_ports = 256;
+int32_t port_count(void *x, int64_t wanted);
 
 // `count` inlets to the right of the first that take every message: proxy_getinlet tells, 1 for the
 // first of them, which one it was. The result is the owner's, to free in its free function.
@@ -200,6 +218,12 @@ bool same_atom(const Atom &a, const Atom &b);
 // The atom as a value of the kind of `kind` (integer, float or symbol); false when it has none, a
 // symbol where a number is wanted.
 bool convert_atom(const Atom &from, const Atom &kind, Atom &to);
+// The atom as a value of the kind that `to` has: 0 or the empty symbol when it has none.
+void convert_or_zero(const Atom &from, Atom &to);
+// Fills the places of `values` from index `first` on, each keeping its kind. False when an element
+// does not fit, which is an error posted from `x`; the others are stored.
+bool store_elements(void *x, Atom *values, int32_t value_count, int32_t first, int32_t argc,
+                    const Atom *argv);
 
 // --- The start of each family --------------------------------------------------------------------
 

@@ -58,6 +58,7 @@ void *change_new(Symbol *, int32_t argc, Atom *argv) {
 
 enum Direction : int64_t { up = 0, down = 1, up_and_down = 2 };
 
+// The next count is worked out when it is wanted, from limits that may have changed meanwhile.
 struct Counter {
     Object ob;
     Outlet *out;
@@ -66,17 +67,17 @@ struct Counter {
     int64_t minimum;
     int64_t maximum;
     bool has_maximum;
-    int64_t next;
-    int64_t step;      // 1 or -1
-    int64_t rounds;    // how often it has come round
-    bool comes_round;  // the next count is the one after coming round
+    int64_t count;   // the last one
+    bool is_next;    // `count` has not been sent: it is the next one
+    int64_t step;    // 1 or -1
+    int64_t rounds;  // how often it has come round
 };
 Class *counter_class;
 
 void counter_restart(Counter *x) {
     x->step = x->direction == down ? -1 : 1;
-    x->next = x->direction == down && x->has_maximum ? x->maximum : x->minimum;
-    x->comes_round = false;
+    x->count = x->direction == down && x->has_maximum ? x->maximum : x->minimum;
+    x->is_next = true;
 }
 
 void counter_reset(Counter *x) {
@@ -84,29 +85,27 @@ void counter_reset(Counter *x) {
     counter_restart(x);
 }
 
-// The count after `current`; at an end it comes round, or turns when it goes up and down.
-void counter_advance(Counter *x, int64_t current) {
-    const bool at_top = x->has_maximum && x->step > 0 && current >= x->maximum;
-    const bool at_bottom = x->step < 0 && current <= x->minimum;
-    x->comes_round = at_top || at_bottom;
-    if (!x->comes_round) {
-        x->next =
-            static_cast<int64_t>(static_cast<uint64_t>(current) + static_cast<uint64_t>(x->step));
+// At an end it comes round, or turns when it goes up and down; then the result is true.
+bool counter_advance(Counter *x) {
+    const bool at_top = x->has_maximum && x->step > 0 && x->count >= x->maximum;
+    const bool at_bottom = x->step < 0 && x->count <= x->minimum;
+    if (!at_top && !at_bottom) {
+        x->count = wrapped(bits(x->count) + bits(x->step));
     } else if (x->direction == up_and_down && x->minimum < x->maximum) {
         x->step = -x->step;
-        x->next = current + x->step;
+        x->count = at_top ? x->maximum - 1 : x->minimum + 1;
     } else {
-        x->next = at_top ? x->minimum : x->has_maximum ? x->maximum : x->minimum;
+        x->count = at_top || !x->has_maximum ? x->minimum : x->maximum;
     }
+    return at_top || at_bottom;
 }
 
 void counter_bang(Counter *x) {
-    const int64_t count = x->next;
-    const bool came_round = x->comes_round;
-    x->rounds += came_round ? 1 : 0;
-    counter_advance(x, count);
+    const bool came_round = !x->is_next && counter_advance(x);
+    const int64_t count = x->count;
+    x->is_next = false;
     if (came_round) {
-        outlet_int(x->rounds_out, x->rounds);
+        outlet_int(x->rounds_out, ++x->rounds);
     }
     if (object_isvalid(x)) {
         outlet_int(x->out, count);
@@ -118,8 +117,8 @@ void counter_number(Counter *x, Atom) {
 }
 
 void counter_next(Counter *x, int64_t next) {
-    x->next = next;
-    x->comes_round = false;
+    x->count = next;
+    x->is_next = true;
 }
 
 void counter_maximum(Counter *x, int64_t maximum) {

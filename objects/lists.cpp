@@ -5,15 +5,9 @@ namespace kiv::objects {
 
 namespace {
 
-constexpr int32_t most_elements = 256;
-
-// Two integers when nothing is typed; cut at the most an object has inlets or outlets for.
+// Two integers when nothing is typed.
 int32_t element_count(void *x, int32_t argc) {
-    if (argc > most_elements) {
-        object_error(x, "%d elements are too many: %d are used", argc, most_elements);
-        return most_elements;
-    }
-    return argc > 0 ? argc : 2;
+    return argc > 0 ? port_count(x, argc) : 2;
 }
 
 Atom initial_element(int32_t index, int32_t argc, const Atom *argv) {
@@ -41,29 +35,20 @@ void pack_send(Pack *x) {
     }
 }
 
-void pack_store(Pack *x, int32_t index, const Atom &value) {
-    if (!convert_atom(value, x->values[index], x->values[index])) {
-        object_error(x, "inlet %d holds a number", index + 1);
-    }
-}
-
 void pack_message(Pack *x, Symbol *selector, int32_t argc, Atom *argv) {
     const int32_t inlet = proxy_getinlet(x);
+    bool stored = true;
     if (selector != "bang"_sym || argc > 0) {
         Elements elements(selector, argc, argv);
-        for (int32_t i = 0; i < elements.count() && inlet + i < x->count; ++i) {
-            pack_store(x, inlet + i, elements[i]);
-        }
+        stored = store_elements(x, x->values, x->count, inlet, elements.count(), elements.atoms());
     }
-    if (inlet == 0) {
+    if (inlet == 0 && stored) {
         pack_send(x);
     }
 }
 
 void pack_set(Pack *x, Symbol *, int32_t argc, Atom *argv) {
-    for (int32_t i = 0; i < argc && i < x->count; ++i) {
-        pack_store(x, i, argv[i]);
-    }
+    store_elements(x, x->values, x->count, 0, argc, argv);
 }
 
 void pack_free(Pack *x) {
@@ -75,8 +60,7 @@ void *pack_new(Symbol *, int32_t argc, Atom *argv) {
     auto *x = make_object<Pack>(pack_class);
     if (x) {
         const int32_t count = element_count(x, argc);
-        x->values =
-            static_cast<Atom *>(sysmem_newptrclear(static_cast<int64_t>(sizeof(Atom)) * count));
+        x->values = new_array<Atom>(count);
         x->count = x->values ? count : 0;
         for (int32_t i = 0; i < x->count; ++i) {
             x->values[i] = initial_element(i, argc, argv);
@@ -92,26 +76,27 @@ void *pack_new(Symbol *, int32_t argc, Atom *argv) {
 struct Unpack {
     Object ob;
     int32_t count;
-    Atom *kinds;
+    Atom *values;  // each keeps the kind it was made with
     Outlet **outs;
 };
 Class *unpack_class;
 
+// A bang sends the values that came last, or were typed.
 void unpack_message(Unpack *x, Symbol *selector, int32_t argc, Atom *argv) {
+    const bool bang = selector == "bang"_sym && argc == 0;
     Elements elements(selector, argc, argv);
-    for (int32_t i = (elements.count() < x->count ? elements.count() : x->count) - 1; i >= 0; --i) {
-        Atom value;
-        if (convert_atom(elements[i], x->kinds[i], value)) {
-            outlet_atoms(x->outs[i], 1, &value);
+    const int32_t given = bang ? x->count : elements.count();
+    for (int32_t i = (given < x->count ? given : x->count) - 1; i >= 0 && object_isvalid(x); --i) {
+        if (!bang) {
+            convert_or_zero(elements[i], x->values[i]);
         }
-        if (!object_isvalid(x)) {
-            return;
-        }
+        Atom value = x->values[i];
+        outlet_atoms(x->outs[i], 1, &value);
     }
 }
 
 void unpack_free(Unpack *x) {
-    sysmem_freeptr(x->kinds);
+    sysmem_freeptr(x->values);
     sysmem_freeptr(x->outs);
 }
 
@@ -119,15 +104,13 @@ void *unpack_new(Symbol *, int32_t argc, Atom *argv) {
     auto *x = make_object<Unpack>(unpack_class);
     if (x) {
         const int32_t count = element_count(x, argc);
-        x->kinds =
-            static_cast<Atom *>(sysmem_newptrclear(static_cast<int64_t>(sizeof(Atom)) * count));
-        x->outs = static_cast<Outlet **>(
-            sysmem_newptrclear(static_cast<int64_t>(sizeof(Outlet *)) * count));
-        x->count = x->kinds && x->outs ? count : 0;
+        x->values = new_array<Atom>(count);
+        x->outs = new_array<Outlet *>(count);
+        x->count = x->values && x->outs ? count : 0;
         for (int32_t i = x->count - 1; i >= 0; --i) {
-            x->kinds[i] = initial_element(i, argc, argv);
-            x->outs[i] = is_number(x->kinds[i]) ? number_outlet(x, x->kinds[i].type == TypeFloat)
-                                                : outlet_new(x, nullptr);
+            x->values[i] = initial_element(i, argc, argv);
+            x->outs[i] = is_number(x->values[i]) ? number_outlet(x, x->values[i].type == TypeFloat)
+                                                 : outlet_new(x, nullptr);
         }
     }
     return x;
@@ -185,10 +168,8 @@ struct Extend {
 Class *append_class;
 Class *prepend_class;
 
-// A bang has no elements: what is added is the whole message.
 void extend_message(Extend *x, Symbol *selector, int32_t argc, Atom *argv) {
-    const bool bang = selector == "bang"_sym && argc == 0;
-    Elements elements(bang ? "list"_sym : selector, argc, argv);
+    Elements elements(selector, argc, argv);
     int32_t added = 0;
     Atom *addition = nullptr;
     atomarray_getatoms(x->addition, &added, &addition);

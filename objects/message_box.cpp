@@ -148,8 +148,8 @@ void *message_new(Symbol *, int32_t argc, Atom *argv) {
 }  // namespace
 
 void message_box_start() {
-    mouth_class = class_new("message_mouth", nullptr, nullptr, static_cast<int32_t>(sizeof(Mouth)),
-                            nullptr, 0);
+    mouth_class =
+        class_new("message", nullptr, nullptr, static_cast<int32_t>(sizeof(Mouth)), nullptr, 0);
     Messages<Mouth, mouth_say>::add(mouth_class);
     class_register("nobox"_sym, mouth_class);
 

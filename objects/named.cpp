@@ -162,7 +162,7 @@ void named_start() {
     add_class(send_class, {"s"});
 
     ear_class =
-        class_new("receive_ear", nullptr, nullptr, static_cast<int32_t>(sizeof(Ear)), nullptr, 0);
+        class_new("receive", nullptr, nullptr, static_cast<int32_t>(sizeof(Ear)), nullptr, 0);
     Messages<Ear, ear_hear>::add(ear_class);
     class_register("nobox"_sym, ear_class);
 

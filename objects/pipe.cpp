@@ -83,17 +83,9 @@ void depart(Pipe *x, Symbol *selector, int32_t argc, const Atom *argv) {
 
 void set_ms(Pipe *x, const Atom &ms) {
     if (is_number(ms)) {
-        x->ms = float_of(ms) >= 0.0 ? float_of(ms) : 0.0;
+        x->ms = sane_ms(float_of(ms), 0.0);
     } else {
         object_error(x, "a time in milliseconds is wanted");
-    }
-}
-
-void store(Pipe *x, int32_t inlet, Elements &elements) {
-    for (int32_t i = 0; i < elements.count() && inlet + i < x->count; ++i) {
-        if (!convert_atom(elements[i], x->values[inlet + i], x->values[inlet + i])) {
-            object_error(x, "inlet %d holds a number", inlet + i + 1);
-        }
     }
 }
 
@@ -106,10 +98,9 @@ void pipe_message(Pipe *x, Symbol *selector, int32_t argc, Atom *argv) {
     } else if (x->count == 1) {
         depart(x, selector, argc, argv);
     } else {
-        if (!bang) {
-            store(x, inlet, elements);
-        }
-        if (inlet == 0) {
+        const bool stored = bang || store_elements(x, x->values, x->count, inlet, elements.count(),
+                                                   elements.atoms());
+        if (inlet == 0 && stored) {
             depart(x, "list"_sym, x->count, x->values);
         }
     }
@@ -142,15 +133,13 @@ void pipe_free(Pipe *x) {
 }
 
 void *pipe_new(Symbol *, int32_t argc, Atom *argv) {
-    constexpr int32_t most_values = 256;
     auto *x = make_object<Pipe>(pipe_class);
     if (!x) {
         return nullptr;
     }
-    const int32_t count = argc < 2 ? 1 : argc - 1 < most_values ? argc - 1 : most_values;
-    x->values = static_cast<Atom *>(sysmem_newptrclear(static_cast<int64_t>(sizeof(Atom)) * count));
-    x->outs =
-        static_cast<Outlet **>(sysmem_newptrclear(static_cast<int64_t>(sizeof(Outlet *)) * count));
+    const int32_t count = port_count(x, argc - 1);
+    x->values = new_array<Atom>(count);
+    x->outs = new_array<Outlet *>(count);
     if (!x->values || !x->outs) {
         object_free(x);
         return nullptr;

@@ -5,17 +5,6 @@ namespace kiv::objects {
 
 namespace {
 
-constexpr int32_t most_ports = 256;
-
-int32_t port_count(void *x, int64_t wanted) {
-    if (wanted > most_ports) {
-        object_error(x, "%lld ports are too many: %d are made", static_cast<long long>(wanted),
-                     most_ports);
-        return most_ports;
-    }
-    return wanted < 1 ? 1 : static_cast<int32_t>(wanted);
-}
-
 // --- route, select -------------------------------------------------------------------------------
 
 // One outlet for each key, and the last for what matches none.
@@ -28,20 +17,26 @@ struct Match {
 Class *route_class;
 Class *select_class;
 
-// The index of the key that equals the message's first element, or the count of keys.
-int32_t match(const Match *x, const Elements &message) {
+// The index of the key that equals an atom, or the count of keys.
+int32_t find_key(const Match *x, const Atom &atom) {
     int32_t found = 0;
-    while (found < x->count && !(message.count() > 0 && same_atom(message[0], x->keys[found]))) {
+    while (found < x->count && !same_atom(atom, x->keys[found])) {
         ++found;
     }
     return found;
 }
 
+// That of the key that equals the message's first element.
+int32_t find_first(const Match *x, const Elements &message) {
+    return message.count() > 0 ? find_key(x, message[0]) : x->count;
+}
+
 void route_message(Match *x, Symbol *selector, int32_t argc, Atom *argv) {
     Elements message(selector, argc, argv);
-    const int32_t found = match(x, message);
-    if (found == x->count) {
-        send_message(x->outs[found], selector, argc, argv);
+    const int32_t found = find_first(x, message);
+    if (found == x->count) {  // "int", "float" and "list" as keys stand for the kind of message
+        const Atom kind = symbol_atom(selector);
+        send_message(x->outs[find_key(x, kind)], selector, argc, argv);
     } else if (message.count() > 1) {
         outlet_atoms(x->outs[found], message.count() - 1, message.atoms() + 1);
     } else {
@@ -51,7 +46,7 @@ void route_message(Match *x, Symbol *selector, int32_t argc, Atom *argv) {
 
 void select_message(Match *x, Symbol *selector, int32_t argc, Atom *argv) {
     Elements message(selector, argc, argv);
-    const int32_t found = match(x, message);
+    const int32_t found = find_first(x, message);
     if (found == x->count) {
         send_message(x->outs[found], selector, argc, argv);
     } else {
@@ -78,9 +73,8 @@ Match *match_new(Class *c, int32_t argc, const Atom *argv, bool bangs) {
     }
     const Atom zero = long_atom(0);
     const int32_t count = port_count(x, argc);
-    x->keys = static_cast<Atom *>(sysmem_newptrclear(static_cast<int64_t>(sizeof(Atom)) * count));
-    x->outs = static_cast<Outlet **>(
-        sysmem_newptrclear(static_cast<int64_t>(sizeof(Outlet *)) * (count + 1)));
+    x->keys = new_array<Atom>(count);
+    x->outs = new_array<Outlet *>(count + 1);
     if (!x->keys || !x->outs) {
         object_free(x);
         return nullptr;
@@ -167,8 +161,7 @@ Gate *gate_make(Class *c, int32_t argc, const Atom *argv, bool is_switch) {
     }
     x->count = port_count(x, long_argument(x, 0, argc, argv, is_switch ? 2 : 1));
     const int32_t outs = is_switch ? 1 : x->count;
-    x->outs =
-        static_cast<Outlet **>(sysmem_newptrclear(static_cast<int64_t>(sizeof(Outlet *)) * outs));
+    x->outs = new_array<Outlet *>(outs);
     if (!x->outs) {
         object_free(x);
         return nullptr;

@@ -7,18 +7,46 @@ namespace {
 
 constexpr double shortest_interval_ms = 0.1;  // below it a metro would do nothing but tick
 
-double sane_ms(double ms, double least) {
-    return ms >= least ? ms : least;
+// An object that bangs when its clock comes due. Made from the right: in2 takes the time.
+struct Clocked {
+    Object ob;
+    Outlet *out;
+    Clock *clock;
+};
+
+template <class Record>
+Record *clocked_new(Class *c, void (*tick)(Record *)) {
+    auto *x = make_object<Record>(c);
+    if (x) {
+        x->clock = clock_new(x, method(tick));
+        floatin(x, 1);
+        x->out = bangout(x);
+    }
+    return x;
+}
+
+template <class Record>
+void clocked_free(Record *x) {
+    object_free(x->clock);
+}
+
+// What the two have in common: bang starts, "stop" stops, a number in the first inlet is a message
+// of its own, one in the second the time.
+template <class Record, void (*start)(Record *), void (*stop)(Record *),
+          void (*number)(Record *, Atom), void (*time)(Record *, Atom)>
+void add_clocked(Class *c, std::initializer_list<const char *> aliases) {
+    class_addmethod(c, method(start), "bang", 0);
+    class_addmethod(c, method(stop), "stop", 0);
+    Numbers<Record, number>::add(c);
+    Numbers<Record, time>::add_cold(c, "in1", "ft1");
+    add_class(c, aliases);
 }
 
 // --- metro ---------------------------------------------------------------------------------------
 
 // Ticks fall on `start` plus whole multiples of the interval, so that rounding never adds up; a new
 // interval starts a new series at the tick it is first used for.
-struct Metro {
-    Object ob;
-    Outlet *out;
-    Clock *clock;
+struct Metro : Clocked {
     double interval;
     double next_interval;  // used from the next tick on
     double start;
@@ -69,27 +97,17 @@ void metro_interval(Metro *x, Atom ms) {
     }
 }
 
-void metro_free(Metro *x) {
-    object_free(x->clock);
-}
-
 void *metro_new(Symbol *, int32_t argc, Atom *argv) {
-    auto *x = make_object<Metro>(metro_class);
+    Metro *const x = clocked_new(metro_class, metro_tick);
     if (x) {
-        x->clock = clock_new(x, method(metro_tick));
         metro_interval(x, float_atom(float_argument(x, 0, argc, argv, 5.0)));
-        floatin(x, 1);
-        x->out = bangout(x);
     }
     return x;
 }
 
 // --- delay ---------------------------------------------------------------------------------------
 
-struct Delay {
-    Object ob;
-    Outlet *out;
-    Clock *clock;
+struct Delay : Clocked {
     double ms;
 };
 Class *delay_class;
@@ -115,17 +133,10 @@ void delay_number(Delay *x, Atom ms) {
     delay_start(x);
 }
 
-void delay_free(Delay *x) {
-    object_free(x->clock);
-}
-
 void *delay_new(Symbol *, int32_t argc, Atom *argv) {
-    auto *x = make_object<Delay>(delay_class);
+    Delay *const x = clocked_new(delay_class, delay_tick);
     if (x) {
-        x->clock = clock_new(x, method(delay_tick));
         delay_time(x, float_atom(float_argument(x, 0, argc, argv, 0.0)));
-        floatin(x, 1);
-        x->out = bangout(x);
     }
     return x;
 }
@@ -160,19 +171,11 @@ void *timer_new(Symbol *, int32_t, Atom *) {
 }  // namespace
 
 void timing_start() {
-    metro_class = make_class<Metro>("metro", metro_new, metro_free);
-    class_addmethod(metro_class, method(metro_start), "bang", 0);
-    class_addmethod(metro_class, method(metro_stop), "stop", 0);
-    Numbers<Metro, metro_number>::add(metro_class);
-    Numbers<Metro, metro_interval>::add_cold(metro_class, "in1", "ft1");
-    add_class(metro_class);
+    metro_class = make_class<Metro>("metro", metro_new, clocked_free<Metro>);
+    add_clocked<Metro, metro_start, metro_stop, metro_number, metro_interval>(metro_class, {});
 
-    delay_class = make_class<Delay>("delay", delay_new, delay_free);
-    class_addmethod(delay_class, method(delay_start), "bang", 0);
-    class_addmethod(delay_class, method(delay_stop), "stop", 0);
-    Numbers<Delay, delay_number>::add(delay_class);
-    Numbers<Delay, delay_time>::add_cold(delay_class, "in1", "ft1");
-    add_class(delay_class, {"del"});
+    delay_class = make_class<Delay>("delay", delay_new, clocked_free<Delay>);
+    add_clocked<Delay, delay_start, delay_stop, delay_number, delay_time>(delay_class, {"del"});
 
     timer_class = make_class<Timer>("timer", timer_new);
     class_addmethod(timer_class, method(timer_reset), "bang", 0);

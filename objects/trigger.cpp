@@ -1,11 +1,11 @@
 // trigger, bangbang: one message in, several out, right to left.
 #include "objects/common.h"
 
+#include <algorithm>
+
 namespace kiv::objects {
 
 namespace {
-
-constexpr int32_t most_outlets = 256;
 
 struct Port {
     Outlet *out;
@@ -22,18 +22,13 @@ struct Trigger {
 Class *trigger_class;
 Class *bangbang_class;
 
-// The first element as the port's type; what has none is zero, or the empty symbol.
-void send_converted(const Port &port, Elements &message) {
-    const bool any = message.count() > 0 && !(message.count() == 1 && is_symbol(message[0]) &&
-                                              message[0].value.sym == "bang"_sym);
-    Atom value = long_atom(0);
-    if (port.type == 's') {
-        value = symbol_atom(""_sym);
-    } else if (port.type == 'f') {
-        value = float_atom(0.0);
-    }
-    if (any) {
-        convert_atom(message[0], value, value);
+// The first element as the port's type; what has none, and a bang, is 0 or the empty symbol.
+void send_converted(const Port &port, Elements &message, bool bang) {
+    Atom value = port.type == 's'   ? symbol_atom(""_sym)
+                 : port.type == 'f' ? float_atom(0.0)
+                                    : long_atom(0);
+    if (message.count() > 0 && !bang) {
+        convert_or_zero(message[0], value);
     }
     outlet_atoms(port.out, 1, &value);
 }
@@ -51,7 +46,7 @@ void send_port(Port &port, Symbol *selector, int32_t argc, Atom *argv) {
             break;
         default: {
             Elements message(selector, argc, argv);
-            send_converted(port, message);
+            send_converted(port, message, selector == "bang"_sym && argc == 0);
         }
     }
 }
@@ -101,12 +96,9 @@ Outlet *outlet_of(Trigger *x, const Port &port) {
 // Ports for arguments, or `fallback` bangs or integers without any. Outlets are made from the
 // right.
 void make_ports(Trigger *x, int32_t argc, const Atom *argv, const char *fallback) {
-    if (argc > most_outlets) {
-        object_error(x, "%d outlets are too many: %d are made", argc, most_outlets);
-    }
-    const auto fallback_count = static_cast<int32_t>(std::strlen(fallback));
-    const int32_t count = argc > 0 ? (argc < most_outlets ? argc : most_outlets) : fallback_count;
-    x->ports = static_cast<Port *>(sysmem_newptrclear(static_cast<int64_t>(sizeof(Port)) * count));
+    const int32_t count =
+        argc > 0 ? port_count(x, argc) : static_cast<int32_t>(std::strlen(fallback));
+    x->ports = new_array<Port>(count);
     x->count = x->ports ? count : 0;
     for (int32_t i = x->count - 1; i >= 0; --i) {
         Port &port = x->ports[i];
@@ -135,13 +127,10 @@ void *trigger_new(Symbol *, int32_t argc, Atom *argv) {
 void *bangbang_new(Symbol *, int32_t argc, Atom *argv) {
     auto *x = make_object<Trigger>(bangbang_class);
     if (x) {
-        const int64_t wanted = long_argument(x, 0, argc, argv, 2);
-        const int64_t count = wanted < 1 ? 1 : wanted < most_outlets ? wanted : most_outlets;
-        Atom bangs[most_outlets];
-        for (Atom &bang : bangs) {
-            bang = symbol_atom("bang"_sym);
-        }
-        make_ports(x, static_cast<int32_t>(count), bangs, "");
+        const int32_t count = port_count(x, long_argument(x, 0, argc, argv, 2));
+        Atom bangs[most_ports];
+        std::fill_n(bangs, count, symbol_atom("bang"_sym));
+        make_ports(x, count, bangs, "");
     }
     return x;
 }
