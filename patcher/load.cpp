@@ -20,6 +20,7 @@
 #include "files/internal.h"
 #include "kernel/internal.h"
 #include "patcher/creation.h"
+#include "patcher/text_form.h"
 
 namespace kiv {
 
@@ -113,6 +114,9 @@ const char *text_or_empty(const char *text) noexcept {
 
 // Parses a document; null after reporting why not.
 Dictionary *parse(const char *file_name, const char *text, int64_t length) noexcept {
+    if (text_form_is(text, length)) {
+        return text_form_read(file_name, text, length);
+    }
     auto *reader = static_cast<Object *>(object_new("nobox"_sym, "jsonreader"_sym));
     if (!reader) {
         error("%s: can't load, out of memory", text_or_empty(file_name));
@@ -207,8 +211,10 @@ bool file_holds_patcher(const char *file_name, int16_t path, int32_t *result) no
     char head[head_size];
     int64_t count = 0;
     *result = file_read_head(file_name, path, head, head_size, &count);
-    return *result == 0 && std::string_view(head, static_cast<size_t>(count)).find("\"patcher\"") !=
-                               std::string_view::npos;
+    return *result == 0 &&
+           (text_form_is(head, count) ||
+            std::string_view(head, static_cast<size_t>(count)).find("\"patcher\"") !=
+                std::string_view::npos);
 }
 
 }  // namespace kiv

@@ -121,7 +121,10 @@ void evaluate_saved(Dictionary *dictionary, const Vector<Atom> *arguments) {
         atoms_substitute(count, atoms.data(), '$', static_cast<int32_t>(arguments->size()),
                          arguments->data());
     }
-    Binbuf *message = binbuf_make(count, atoms.data());
+    Binbuf *message = binbuf_new();
+    for (Atom &atom : atoms) {  // documents hold the marks between messages as symbols
+        binbuf_append(message, nullptr, 1, &atom);
+    }
     empty_newest();
     binbuf_eval(message, 0, nullptr, nullptr);
     object_free(message);
