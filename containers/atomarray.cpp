@@ -110,7 +110,7 @@ int32_t atomarray_getflags(const Atomarray *array) noexcept {
 
 ErrorCode atomarray_setatoms(Atomarray *array, int32_t argc, const Atom *argv) noexcept {
     if (!array) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     if (argc <= 0 || !argv) {
         return atomarray_clear(array);
@@ -132,12 +132,12 @@ ErrorCode atomarray_getatoms(const Atomarray *array, int32_t *argc, Atom **argv)
     if (argv) {
         *argv = array ? array->atoms : nullptr;
     }
-    return array && argc && argv ? ErrorNone : ErrorInvalidPointer;
+    return array && argc && argv ? ErrorNone : ErrorGeneric;
 }
 
 ErrorCode atomarray_copyatoms(const Atomarray *array, int32_t *argc, Atom **argv) noexcept {
     if (!array || !argc || !argv) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     *argc = 0;
     *argv = nullptr;
@@ -154,7 +154,7 @@ ErrorCode atomarray_copyatoms(const Atomarray *array, int32_t *argc, Atom **argv
 
 ErrorCode atomarray_getindex(const Atomarray *array, int32_t index, Atom *value) noexcept {
     if (!array || !value) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     if (index < 0 || index >= array->count) {
         return ErrorGeneric;
@@ -173,7 +173,7 @@ ErrorCode atomarray_appendatom(Atomarray *array, const Atom *value) noexcept {
 
 ErrorCode atomarray_appendatoms(Atomarray *array, int32_t argc, const Atom *argv) noexcept {
     if (!array || !argv) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     if (argc <= 0) {
         return ErrorNone;
@@ -200,7 +200,7 @@ ErrorCode atomarray_appendatoms(Atomarray *array, int32_t argc, const Atom *argv
 
 ErrorCode atomarray_chuckindex(Atomarray *array, int32_t index) noexcept {
     if (!array) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     if (index < 0 || index >= array->count) {
         return ErrorGeneric;
@@ -218,7 +218,7 @@ ErrorCode atomarray_chuckindex(Atomarray *array, int32_t index) noexcept {
 
 ErrorCode atomarray_clear(Atomarray *array) noexcept {
     if (!array) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     sysmem_freeptr(array->atoms);
     array->atoms = nullptr;

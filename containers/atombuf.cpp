@@ -54,7 +54,7 @@ int32_t usable(int32_t argc, const Atom *argv) noexcept {
 // Replaces placeholders; the first argument has the number 1.
 ErrorCode substitute(Atombuf *buffer, char marker, int32_t argc, const Atom *argv) noexcept {
     if (!buffer) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     try {
         Vector<Atom> arguments(1, Atom{TypeLong, {.i = 0}});
@@ -95,7 +95,7 @@ int32_t atombuf_count(const Atombuf *buffer) noexcept {
 
 ErrorCode atombuf_set(Atombuf **buffer, int32_t start, int32_t end) noexcept {
     if (!buffer || !*buffer) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     start = std::clamp(start, 0, (*buffer)->count);
     end = std::clamp(end, start, (*buffer)->count);
@@ -104,20 +104,20 @@ ErrorCode atombuf_set(Atombuf **buffer, int32_t start, int32_t end) noexcept {
 
 ErrorCode atombuf_append(Atombuf **buffer, int32_t argc, const Atom *argv) noexcept {
     if (!buffer || !*buffer) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     return put(buffer, joined((*buffer)->count, (*buffer)->atoms, usable(argc, argv), argv));
 }
 
 ErrorCode atombuf_prepend(Atombuf **buffer, int32_t argc, const Atom *argv) noexcept {
     if (!buffer || !*buffer) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     return put(buffer, joined(usable(argc, argv), argv, (*buffer)->count, (*buffer)->atoms));
 }
 
 ErrorCode atombuf_replace(Atombuf **buffer, int32_t argc, const Atom *argv) noexcept {
-    return buffer ? put(buffer, joined(usable(argc, argv), argv, 0, nullptr)) : ErrorInvalidPointer;
+    return buffer ? put(buffer, joined(usable(argc, argv), argv, 0, nullptr)) : ErrorGeneric;
 }
 
 Atom *atombuf_firstatom(Atombuf *buffer) noexcept {
@@ -130,7 +130,7 @@ Atom *atombuf_next(Atombuf *buffer, Atom *atom) noexcept {
 
 ErrorCode atombuf_text(Atombuf **buffer, char **text, int32_t size) noexcept {
     if (!buffer || !text || !*text) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     Binbuf *parsed = binbuf_new();
     if (!parsed) {
@@ -155,7 +155,7 @@ ErrorCode atombuf_text(Atombuf **buffer, char **text, int32_t size) noexcept {
 
 ErrorCode atombuf_totext(const Atombuf *buffer, char **text, int32_t *size) noexcept {
     if (!buffer || !text || !size) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     *text = nullptr;
     *size = 0;
@@ -186,16 +186,16 @@ void *atombuf_eval(Atombuf *buffer, int32_t argc, Atom *argv, void *receiver) no
 }
 
 ErrorCode atombuf_subst(Atombuf **buffer, int32_t argc, const Atom *argv) noexcept {
-    return buffer ? substitute(*buffer, '$', argc, argv) : ErrorInvalidPointer;
+    return buffer ? substitute(*buffer, '$', argc, argv) : ErrorGeneric;
 }
 
 ErrorCode atombuf_replacepoundargs(Atombuf **buffer, int32_t argc, const Atom *argv) noexcept {
-    return buffer ? substitute(*buffer, '#', argc, argv) : ErrorInvalidPointer;
+    return buffer ? substitute(*buffer, '#', argc, argv) : ErrorGeneric;
 }
 
 ErrorCode atombuf_save(const Atombuf *buffer, Binbuf *target) noexcept {
     if (!buffer || !target) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     constexpr int32_t most_at_once = std::numeric_limits<int16_t>::max();
     for (int32_t i = 0; i < buffer->count; i += most_at_once) {

@@ -123,7 +123,7 @@ void string_to_symbol(DictionaryEntry *entry) noexcept {
 ErrorCode dictionary_store(Dictionary *dictionary, Symbol *key, Atom value,
                            int32_t flags) noexcept {
     if (!dictionary || !key) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     void *clone = nullptr;
     if (flags & append_clones) {
@@ -163,7 +163,7 @@ Dictionary *dictionary_new(void) noexcept {
 
 ErrorCode dictionary_clear(Dictionary *dictionary) noexcept {
     if (!dictionary) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     // Fresh ones are made when they are needed. What freeing a value calls out to finds the
     // dictionary empty.
@@ -195,7 +195,7 @@ ErrorCode dictionary_chuckentry(Dictionary *dictionary, Symbol *key) noexcept {
 
 ErrorCode dictionary_transaction_lock(Dictionary *dictionary) noexcept {
     if (!dictionary) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     std::atomic_ref field(dictionary->transaction);
     CriticalRef region = field.load(std::memory_order_acquire);
@@ -215,7 +215,7 @@ ErrorCode dictionary_transaction_lock(Dictionary *dictionary) noexcept {
 
 ErrorCode dictionary_transaction_unlock(Dictionary *dictionary) noexcept {
     if (!dictionary) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     const CriticalRef region =
         std::atomic_ref(dictionary->transaction).load(std::memory_order_acquire);

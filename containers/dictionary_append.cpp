@@ -65,12 +65,11 @@ ErrorCode dictionary_appendatom(Dictionary *dictionary, Symbol *key, const Atom 
 
 ErrorCode dictionary_appendatom_flags(Dictionary *dictionary, Symbol *key, const Atom *value,
                                       int32_t flags) noexcept {
-    return value ? dictionary_store(dictionary, key, *value, flags) : ErrorInvalidPointer;
+    return value ? dictionary_store(dictionary, key, *value, flags) : ErrorGeneric;
 }
 
 ErrorCode dictionary_appendstring(Dictionary *dictionary, Symbol *key, const char *text) noexcept {
-    return dictionary && key ? store_made(dictionary, key, string_new(text), 0)
-                             : ErrorInvalidPointer;
+    return dictionary && key ? store_made(dictionary, key, string_new(text), 0) : ErrorGeneric;
 }
 
 ErrorCode dictionary_appendobject(Dictionary *dictionary, Symbol *key, void *x) noexcept {
@@ -98,7 +97,7 @@ ErrorCode dictionary_appendatoms(Dictionary *dictionary, Symbol *key, int32_t ar
 ErrorCode dictionary_appendatoms_flags(Dictionary *dictionary, Symbol *key, int32_t argc,
                                        const Atom *argv, int32_t flags) noexcept {
     if (!dictionary || !key || (argc > 0 && !argv)) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     argc = std::max(argc, 0);
     const bool owns = !(flags & (ContainerReference | ContainerData));
@@ -126,7 +125,7 @@ ErrorCode dictionary_appendatoms_flags(Dictionary *dictionary, Symbol *key, int3
 
 ErrorCode dictionary_appendbinbuf(Dictionary *dictionary, Symbol *key, Binbuf *value) noexcept {
     if (!dictionary || !key || !value) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     try {
         Vector<Atom> atoms;
@@ -144,7 +143,7 @@ ErrorCode dictionary_appendbinbuf(Dictionary *dictionary, Symbol *key, Binbuf *v
 ErrorCode dictionary_appendattribute(Dictionary *dictionary, Symbol *key, Symbol *attribute,
                                      void *x) noexcept {
     if (!dictionary || !attribute || !x) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     int32_t count = 0;
     Atom *atoms = nullptr;

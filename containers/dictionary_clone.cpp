@@ -171,7 +171,7 @@ class CloneWalk {
 template <class Wanted>
 ErrorCode copy_entries(const Dictionary *source, Dictionary *target, Wanted wanted) noexcept {
     if (!source || !target) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     if (source == target) {
         return ErrorNone;
@@ -252,7 +252,7 @@ Dictionary *dictionary_clone(const Dictionary *dictionary) noexcept {
 
 ErrorCode dictionary_clone_to_existing(const Dictionary *source, Dictionary *target) noexcept {
     if (!source || !target) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     Dictionary *copy = source == target ? nullptr : dictionary_clone(source);
     if (!copy) {
@@ -267,7 +267,7 @@ ErrorCode dictionary_clone_to_existing(const Dictionary *source, Dictionary *tar
 ErrorCode dictionary_copyentries(const Dictionary *source, Dictionary *target,
                                  Symbol **keys) noexcept {
     if (!keys) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     return copy_entries(source, target, [keys](const DictionaryEntry *entry) {
         for (Symbol **key = keys; *key; ++key) {

@@ -12,7 +12,7 @@ using namespace kiv;
 
 ErrorCode dictionary_read(const char *file_name, int16_t path, Dictionary **dictionary) noexcept {
     if (!file_name || !dictionary) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     *dictionary = nullptr;
     try {
@@ -44,7 +44,7 @@ ErrorCode dictionary_read(const char *file_name, int16_t path, Dictionary **dict
 ErrorCode dictionary_write(const Dictionary *dictionary, const char *file_name,
                            int16_t path) noexcept {
     if (!dictionary || !file_name) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     try {
         Text text;

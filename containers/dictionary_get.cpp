@@ -38,7 +38,7 @@ void *object_of_class(const Dictionary *dictionary, Symbol *key, Symbol *name) n
 template <class T>
 ErrorCode get_object(const Dictionary *dictionary, Symbol *key, Symbol *name, T **value) noexcept {
     if (!value) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     *value = static_cast<T *>(object_of_class(dictionary, key, name));
     return *value ? ErrorNone : ErrorGeneric;
@@ -138,7 +138,7 @@ ErrorCode dictionary_getfloat(const Dictionary *dictionary, Symbol *key, double 
 
 ErrorCode dictionary_getsym(const Dictionary *dictionary, Symbol *key, Symbol **value) noexcept {
     if (!value) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     const DictionaryEntry *entry = readable_entry(dictionary, key);
     const bool found = entry && entry->value.type == TypeSymbol;
@@ -191,7 +191,7 @@ ErrorCode dictionary_getatomarray(const Dictionary *dictionary, Symbol *key,
 ErrorCode dictionary_getatoms(const Dictionary *dictionary, Symbol *key, int32_t *argc,
                               Atom **argv) noexcept {
     if (!argc || !argv) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     DictionaryEntry *entry = dictionary_entry(dictionary, key);
     if (!entry) {
@@ -206,7 +206,7 @@ ErrorCode dictionary_copyatoms(const Dictionary *dictionary, Symbol *key, int32_
     int32_t count = 0;
     Atom *atoms = nullptr;
     if (!argc || !argv) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     const ErrorCode result = dictionary_getatoms(dictionary, key, &count, &atoms);
     return result == ErrorNone ? copy_atoms(count, atoms, argc, argv) : result;
@@ -215,7 +215,7 @@ ErrorCode dictionary_copyatoms(const Dictionary *dictionary, Symbol *key, int32_
 ErrorCode dictionary_getattribute(const Dictionary *dictionary, Symbol *key, Symbol *attribute,
                                   void *x) noexcept {
     if (!attribute || !x) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     // A copy: the setter may change the dictionary.
     int32_t count = 0;
@@ -313,7 +313,7 @@ ErrorCode dictionary_copydefatoms(const Dictionary *dictionary, Symbol *key, int
 ErrorCode dictionary_getkeys_ordered(const Dictionary *dictionary, int32_t *count,
                                      Symbol ***keys) noexcept {
     if (!dictionary || !count || !keys) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     *count = 0;
     *keys = nullptr;

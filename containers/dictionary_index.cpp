@@ -178,7 +178,7 @@ int32_t dictionary_getentrycount(const Dictionary *dictionary) noexcept {
 ErrorCode dictionary_getkeys(const Dictionary *dictionary, int32_t *count,
                              Symbol ***keys) noexcept {
     if (!dictionary || !count || !keys) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     *count = 0;
     *keys = nullptr;

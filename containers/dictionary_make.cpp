@@ -117,7 +117,7 @@ using namespace kiv;
 
 ErrorCode dictionary_dump(const Dictionary *dictionary, int32_t recurse, int32_t console) noexcept {
     if (!dictionary) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     try {
         return Dump(recurse != 0, console != 0).run(dictionary) ? ErrorNone : ErrorGeneric;

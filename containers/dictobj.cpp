@@ -91,13 +91,13 @@ Symbol *dictobj_namefromptr(Dictionary *dictionary) noexcept {
 ErrorCode dictobj_dictionaryfromstring(Dictionary **dictionary, const char *text, int32_t is_json,
                                        char *error_buffer) noexcept {
     if (!dictionary) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     if (Dictionary *old = std::exchange(*dictionary, nullptr)) {
         object_free(old);
     }
     if (!text) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     char message[json_error_size] = "out of memory";
     Object *result = nullptr;
@@ -126,7 +126,7 @@ ErrorCode dictobj_dictionaryfromstring(Dictionary **dictionary, const char *text
 
 ErrorCode dictobj_jsonfromstring(int64_t *size, char **json, const char *text) noexcept {
     if (!size || !json || !text) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     *size = 0;
     *json = nullptr;

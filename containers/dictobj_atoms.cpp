@@ -310,7 +310,7 @@ using namespace kiv;
 ErrorCode dictobj_dictionarytoatoms(const Dictionary *dictionary, int32_t *argc,
                                     Atom **argv) noexcept {
     if (!dictionary || !argc || !argv) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     *argc = 0;
     *argv = nullptr;
@@ -338,7 +338,7 @@ ErrorCode dictobj_dictionarytoatoms(const Dictionary *dictionary, int32_t *argc,
 ErrorCode dictobj_dictionaryfromatoms(Dictionary **dictionary, int32_t argc,
                                       const Atom *argv) noexcept {
     if (!dictionary || (argc > 0 && !argv)) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     *dictionary = nullptr;
     try {

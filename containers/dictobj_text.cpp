@@ -136,9 +136,11 @@ class Converter {
         int64_t integer = 0;
         double value = 0.0;
         std::to_chars_result written{};
+        bool whole = false;
         if (const auto read = std::from_chars(begin, end, integer);
             read.ec == std::errc() && read.ptr == end) {
             written = std::to_chars(buffer, buffer + sizeof buffer, integer);
+            whole = true;
         } else if (const auto read_float = std::from_chars(begin, end, value);
                    read_float.ec == std::errc() && read_float.ptr == end) {
             written = std::to_chars(buffer, buffer + sizeof buffer, value);
@@ -147,7 +149,7 @@ class Converter {
         }
         const std::string_view digits(buffer, static_cast<size_t>(written.ptr - buffer));
         out_ += digits;
-        if (text.find_first_of(".eE") != text.npos && digits.find_first_of(".e") == digits.npos) {
+        if (!whole && digits.find_first_of(".e") == digits.npos) {
             out_ += ".0";  // it stays a float
         }
         return true;

@@ -190,10 +190,6 @@ bool read_typed_placeholder(const char *name, Atom &atom) noexcept {
 struct ArrayRules {
     static bool resolve(const Arguments &arguments, Atom &atom) {
         switch (atom.type) {
-            case TypeLong:
-            case TypeFloat:
-            case TypeObject:
-                return true;
             case TypeSymbol:
                 atom.value.sym = atom.value.sym ? atom.value.sym : ""_sym;
                 read_typed_placeholder(atom.value.sym->name, atom);
@@ -214,9 +210,13 @@ struct ArrayRules {
                 }
                 error("\"$\" symbol variable out of range");
                 break;
-            default:
-                error("bad argument (%d)", int{atom.type});
-                return false;
+            default: {
+                const auto tag = static_cast<int16_t>(atom.type);
+                if (tag < 1) {
+                    error("bad argument (%d)", int{tag});
+                }
+                return tag >= 1;
+            }
         }
         atom = {TypeSymbol, {.sym = unexpanded(atom)}};
         return true;

@@ -169,6 +169,14 @@ bool announce_removal(Hashtab *table, void *key, bool keep_value) noexcept {
     return witness.list_lives();
 }
 
+// An entry whose element's flags say so is not freed by its slot's list: it belongs to whoever set
+// them, and must not point into a table that may go before it.
+void leave_kept_entry(EntryRecord *entry) noexcept {
+    if (entry->element->flags & not_freed) {
+        entry->owner = nullptr;
+    }
+}
+
 ErrorCode remove_key(Hashtab *table, void *key, bool keep_value) noexcept {
     if (!is_usable(table)) {
         return ErrorGeneric;
@@ -185,8 +193,7 @@ ErrorCode remove_key(Hashtab *table, void *key, bool keep_value) noexcept {
         entry->value = nullptr;
     }
     index_remove(slot_index(table, slot_number(table, key)), entry);
-    // The element's flags keep the list from freeing the entry; here the table itself lets it go.
-    entry->element->flags = 0;
+    leave_kept_entry(entry);
     const Released released = element_remove(slot.list(), entry->element);
     slot.release();
     released_free(released);
@@ -198,10 +205,10 @@ void free_slot(Linklist *list, SlotIndex *index) noexcept {
     if (list) {
         ListLock lock(list, Access::change);
         for (LinklistElement *element = list->head; element; element = element->next) {
-            element->flags = 0;
-            // Entries whose freeing is postponed may outlive the table.
-            if (auto *entry = static_cast<HashtabEntry *>(element->item)) {
-                entry->flags |= std::exchange(entry->owner, nullptr)->flags;
+            // Entries that are kept, or whose freeing is postponed, outlive the table.
+            if (auto *entry = static_cast<EntryRecord *>(element->item)) {
+                entry->flags |= entry->owner->flags;
+                entry->owner = nullptr;
             }
         }
         lock.release();

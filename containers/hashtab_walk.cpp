@@ -205,7 +205,12 @@ int32_t hashtab_getsize(Hashtab *table) noexcept {
 }
 
 ErrorCode hashtab_getkeys(Hashtab *table, int32_t *count, Symbol ***keys) noexcept {
-    if (!is_usable(table) || !count || !keys) {
+    if (!count || !keys) {
+        return ErrorGeneric;
+    }
+    if (!is_usable(table)) {
+        *count = 0;
+        *keys = nullptr;
         return ErrorGeneric;
     }
     const bool allocate = *count <= 0 || !*keys;

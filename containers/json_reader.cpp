@@ -8,9 +8,9 @@
 // parser. Line and character of an error are counted only once it has occurred.
 //
 // Decisions about values: true and false are the integers 1 and 0; null is an atom of type 0;
-// integers beyond 64 bits become floats; strings too long for a symbol stay string objects; of keys
-// that occur twice the last value stands, in the place of the first; half a surrogate pair is
-// U+FFFD.
+// integers beyond 64 bits become the nearest there is; strings too long for a symbol stay string
+// objects; of keys that occur twice the last value stands, in the place of the first; half a
+// surrogate pair is U+FFFD.
 #include <kiv/class.h>
 #include <kiv/console.h>
 #include <kiv/object.h>
@@ -494,9 +494,10 @@ double beyond_range(std::string_view text) noexcept {
 bool Parser::end_number() {
     if (state_ == JsonZero || state_ == JsonInteger) {
         int64_t value = 0;
-        if (std::from_chars(token_, at_, value).ec == std::errc()) {
-            return add(atom_of(value));
+        if (std::from_chars(token_, at_, value).ec == std::errc::result_out_of_range) {
+            value = *token_ == '-' ? INT64_MIN : INT64_MAX;
         }
+        return add(atom_of(value));
     }
     double value = 0.0;
     if (std::from_chars(token_, at_, value).ec == std::errc::result_out_of_range) {
@@ -549,7 +550,7 @@ Reader *reader_new() noexcept {
 ErrorCode reader_parse_len(Reader *reader, const char *text, int64_t length,
                            Object **result) noexcept {
     if (!text || !result) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     return json_parse(text, length, result, reader->message);
 }

@@ -291,7 +291,7 @@ void destroy(WriterObject *writer) noexcept {
 
 ErrorCode write_atom(WriterObject *writer, const Atom *atom) noexcept {
     if (!atom) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     return json_append_atom(*atom, *writer->text) ? ErrorNone : ErrorGeneric;
 }

@@ -70,8 +70,10 @@ int32_t remove_item(Linklist *list, const void *item, bool keep_item) noexcept {
     return 0;
 }
 
+// What was cleared while an iteration runs is out of the list, but still readable.
 bool is_linked(const Linklist *list, const LinklistElement *element) noexcept {
-    return (element->previous ? element->previous->next : list->head) == element;
+    return !element->pending &&
+           (element->previous ? element->previous->next : list->head) == element;
 }
 
 // Moves every iteration whose next element is `element` on to the one after it.

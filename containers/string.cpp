@@ -106,7 +106,7 @@ const char *string_getptr(const String *string) noexcept {
 
 ErrorCode string_append(String *string, const char *text) noexcept {
     if (!string || !text) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     const int64_t length = length_of(string);
     const auto added = static_cast<int64_t>(std::strlen(text));
@@ -129,7 +129,7 @@ ErrorCode string_append(String *string, const char *text) noexcept {
 
 ErrorCode string_reserve(String *string, int32_t capacity) noexcept {
     if (!string) {
-        return ErrorInvalidPointer;
+        return ErrorGeneric;
     }
     if (capacity <= string->capacity) {
         return ErrorNone;

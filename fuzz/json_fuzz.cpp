@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "console/internal.h"
 #include "containers/internal.h"
 #include "fuzz/fuzz.h"
 
@@ -31,10 +32,13 @@ Text written(const Dictionary *dictionary) {
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string text(fuzz::as_text(data, size));
     if (Dictionary *first = read(text.c_str())) {
+        const int32_t warnings = console_nonplain_count();
         const Text once = written(first);
+        // JSON knows no infinity; the writer warns of the one thing it cannot keep.
+        const bool kept = console_nonplain_count() == warnings;
         Dictionary *second = read(once.c_str());
         fuzz::require(second, "what was written can be read");
-        fuzz::require(written(second) == once, "written again, it is the same text");
+        fuzz::require(!kept || written(second) == once, "written again, it is the same text");
         object_free(second);
         object_free(first);
     }

@@ -5,7 +5,7 @@
       then only freeing the array frees them: an atom that is replaced, cleared or chucked leaves
       its object to the caller.
    3. Not guarded by a lock: whoever shares an array between threads guards it.
-   4. Results are 0, -1 for an index out of range, -2 for a null pointer, -4 for no memory; the
+   4. Results are 0, -1 for an index out of range or a null pointer, -4 for no memory; the
       array is unchanged then. */
 #ifndef KIV_ATOMARRAY_H
 #define KIV_ATOMARRAY_H

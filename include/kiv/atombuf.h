@@ -4,7 +4,7 @@
       block and free the old one: keep no other pointer to it or into it.
    2. Objects among the atoms belong to somebody else.
    3. Not guarded by a lock.
-   4. Results are 0, -1 for text that cannot be read, -2 for a null pointer, -4 for no memory; the
+   4. Results are 0, -1 for text that cannot be read or a null pointer, -4 for no memory; the
       buffer is unchanged then. */
 #ifndef KIV_ATOMBUF_H
 #define KIV_ATOMBUF_H

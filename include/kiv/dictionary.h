@@ -12,8 +12,8 @@
       more, which a symbol cannot hold, stay strings: getstring gives them whole.
    6. Single calls may come from any thread; a series that must not be interleaved with others is
       bracketed with the transaction lock.
-   7. Results are 0; -1 when the key is absent, the value of another kind, or something failed; -2
-      for a null pointer; -4 for no memory. Getters give -1 for a null dictionary. */
+   7. Results are 0; -1 when the key is absent, the value of another kind, a pointer null, or
+      something failed; -4 for no memory. */
 #ifndef KIV_DICTIONARY_H
 #define KIV_DICTIONARY_H
 

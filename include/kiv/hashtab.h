@@ -5,7 +5,7 @@
    age. Finding a key takes constant time however many there are. A table frees its values as its
    flags and those of the entry say (ContainerOwns and the others): when they are replaced, deleted,
    or the table is cleared or freed with object_free. Objects that are no longer live are never
-   freed or called.
+   freed or called. Removed entries with bit 1 or 2 in their hashtab_keyflags are not freed either.
 
    Each slot has its list's lock, so any thread may use a table; only clearing it, freeing it and
    hashtab_readonly are for when no other thread does. Callbacks of the walking functions may change

@@ -3,7 +3,7 @@
    1. Free one with object_free, unless a container took it.
    2. Sizes are bytes. The text ends in a zero byte, which the capacity includes.
    3. Not guarded by a lock: whoever shares a string between threads guards it.
-   4. Results are 0, -2 for a null pointer, -4 for no memory (the string is then unchanged). */
+   4. Results are 0, -1 for a null pointer, -4 for no memory (the string is then unchanged). */
 #ifndef KIV_STRING_H
 #define KIV_STRING_H
 

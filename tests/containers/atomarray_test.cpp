@@ -44,7 +44,7 @@ TEST(Atomarray, ChecksIndices) {
     EXPECT_EQ(atomarray_chuckindex(array.get(), 0), ErrorNone);
     EXPECT_EQ(array->atoms, nullptr);
     EXPECT_EQ(atomarray_getsize(nullptr), 0);
-    EXPECT_EQ(atomarray_appendatom(nullptr, &atom), ErrorInvalidPointer);
+    EXPECT_EQ(atomarray_appendatom(nullptr, &atom), ErrorGeneric);
 }
 
 TEST(Atomarray, FreesObjectsOnlyAsItsOwnAndAtItsEnd) {

@@ -49,7 +49,7 @@ TEST(String, StartsWithoutStorage) {
     EXPECT_STREQ(string_getptr(string.get()), "");
     EXPECT_EQ(string_append(string.get(), "x"), ErrorNone);
     EXPECT_EQ(string->capacity, 10);
-    EXPECT_EQ(string_append(nullptr, "x"), ErrorInvalidPointer);
+    EXPECT_EQ(string_append(nullptr, "x"), ErrorGeneric);
 }
 
 TEST(String, FailedGrowthLosesNothing) {
