@@ -22,8 +22,9 @@ install_packages() {
 }
 
 ensure_build_tools() {
-    installed_all g++ cmake ninja ccache /usr/include/CLI/CLI.hpp /usr/include/nlohmann/json.hpp ||
-        install_packages g++ cmake ninja-build ccache libcli11-dev nlohmann-json3-dev
+    installed_all g++ cmake ninja ccache /usr/include/CLI/CLI.hpp /usr/include/nlohmann/json.hpp \
+        /usr/include/zlib.h ||
+        install_packages g++ cmake ninja-build ccache libcli11-dev nlohmann-json3-dev zlib1g-dev
 }
 
 ensure_test_tools() {
