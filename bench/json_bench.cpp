@@ -1,61 +1,161 @@
-// Reading a patcher document of 10,000 boxes into a dictionary, beside two JSON libraries' own
-// trees.
+// Reading and writing JSON beside other libraries' own trees. Three documents: a patcher of 5,000
+// boxes, a megabyte of numbers, and deep nesting. The other libraries' trees answer neither
+// messages nor other threads; freeing the tree is part of every reading.
 #include <benchmark/benchmark.h>
 #include <kiv/kiv.h>
 
 #include <nlohmann/json.hpp>
 #ifdef HAVE_RAPIDJSON
 #include <rapidjson/document.h>
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+#endif
+#ifdef HAVE_JANSSON
+#include <jansson.h>
 #endif
 
 #include "bench/patch_text.h"
+#include "containers/internal.h"
 #include "kernel/startup.h"
 
 namespace kiv {
 namespace {
 
-const std::string &text() {
-    static const std::string made = bench::patch_text(10000, 15000);
-    return made;
+std::string numbers_text() {
+    std::string text = "{\"values\" : [";
+    for (int64_t i = 0; i < 60000; ++i) {
+        text += i ? ", " : "";
+        text += i % 2 ? std::to_string(static_cast<double>(i * 7919 % 100003) / 128.0)
+                      : std::to_string(i * 1000003);
+    }
+    return text + "]}";
 }
 
-void KivParse(benchmark::State &state) {
-    for (auto _ : state) {
-        Dictionary *dictionary = nullptr;
-        if (dictobj_dictionaryfromstring(&dictionary, text().c_str(), 1, nullptr) != ErrorNone) {
-            state.SkipWithError("the document was not read");
+// 20,000 containers, 202 deep.
+std::string nested_text() {
+    std::string text = "{\"all\" : [0";
+    for (int i = 0; i < 100; ++i) {
+        for (int depth = 0; depth < 100; ++depth) {
+            text += depth ? "[1, {\"a\" : " : ", [1, {\"a\" : ";
         }
-        object_free(dictionary);
+        text += "0";
+        for (int depth = 0; depth < 100; ++depth) {
+            text += "}]";
+        }
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text().size()));
+    return text + "]}";
 }
-BENCHMARK(KivParse)->Unit(benchmark::kMillisecond);
 
-void NlohmannParse(benchmark::State &state) {
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(nlohmann::ordered_json::parse(text()));
+struct Document {
+    const char *name;
+    std::string text;
+};
+
+// --- Each library: read and free a text; write a tree read before --------------------------------
+
+struct Kiv {
+    explicit Kiv(const std::string &text) {
+        dictobj_dictionaryfromstring(&tree, text.c_str(), 1, nullptr);
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text().size()));
-}
-BENCHMARK(NlohmannParse)->Unit(benchmark::kMillisecond);
+    ~Kiv() { object_free(tree); }
+    bool good() const { return tree != nullptr; }
+    size_t write() const {
+        Text text;
+        json_from_dictionary(tree, text);
+        return text.size();
+    }
+    Dictionary *tree = nullptr;
+};
+
+struct Nlohmann {
+    explicit Nlohmann(const std::string &text) : tree(nlohmann::ordered_json::parse(text)) {}
+    bool good() const { return tree.is_object(); }
+    size_t write() const { return tree.dump(1, '\t').size(); }
+    nlohmann::ordered_json tree;
+};
 
 #ifdef HAVE_RAPIDJSON
-void RapidjsonParse(benchmark::State &state) {
-    for (auto _ : state) {
-        rapidjson::Document document;
-        document.Parse(text().c_str(), text().size());
-        benchmark::DoNotOptimize(document.HasParseError());
+struct Rapidjson {
+    explicit Rapidjson(const std::string &text) { tree.Parse(text.c_str(), text.size()); }
+    bool good() const { return !tree.HasParseError(); }
+    size_t write() const {
+        rapidjson::StringBuffer buffer;
+        rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+        writer.SetIndent('\t', 1);
+        tree.Accept(writer);
+        return buffer.GetSize();
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text().size()));
-}
-BENCHMARK(RapidjsonParse)->Unit(benchmark::kMillisecond);
+    rapidjson::Document tree;
+};
 #endif
+
+#ifdef HAVE_JANSSON
+struct Jansson {
+    explicit Jansson(const std::string &text) : tree(json_loads(text.c_str(), 0, nullptr)) {}
+    ~Jansson() { json_decref(tree); }
+    bool good() const { return tree != nullptr; }
+    size_t write() const {
+        char *text = json_dumps(tree, JSON_INDENT(1));
+        const size_t size = std::string_view(text).size();
+        std::free(text);
+        return size;
+    }
+    json_t *tree;
+};
+#endif
+
+template <class Library>
+void read(benchmark::State &state, const Document *document) {
+    for (auto _ : state) {
+        const Library library(document->text);
+        if (!library.good()) {
+            state.SkipWithError("the document was not read");
+        }
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(document->text.size()));
+}
+
+// Counted in bytes of the document as it was read, since the layouts differ.
+template <class Library>
+void write(benchmark::State &state, const Document *document) {
+    const Library library(document->text);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(library.write());
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(document->text.size()));
+}
+
+template <class Library>
+void add(const char *name, const Document *document) {
+    const std::string of = std::string(document->name) + "/" + name;
+    benchmark::RegisterBenchmark(("Read/" + of).c_str(), read<Library>, document)
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(("Write/" + of).c_str(), write<Library>, document)
+        ->Unit(benchmark::kMillisecond);
+}
+
+void add_all(const Document *document) {
+    add<Kiv>("kiv", document);
+    add<Nlohmann>("nlohmann", document);
+#ifdef HAVE_JANSSON
+    add<Jansson>("jansson", document);
+#endif
+#ifdef HAVE_RAPIDJSON
+    add<Rapidjson>("rapidjson", document);
+#endif
+}
 
 }  // namespace
 }  // namespace kiv
 
 int main(int argc, char **argv) {
     kiv::startup();
+    const kiv::Document documents[] = {{"graph", kiv::bench::patch_text(5000, 7500)},
+                                       {"numbers", kiv::numbers_text()},
+                                       {"nested", kiv::nested_text()}};
+    for (const kiv::Document &document : documents) {
+        kiv::add_all(&document);
+    }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
 }

@@ -84,6 +84,8 @@ void replace_value(Dictionary *dictionary, DictionaryEntry *entry, Atom value,
 void dictionaries_start() noexcept {
     Class *c = class_new("dictionary_entry", nullptr, method(destroy_entry),
                          static_cast<int32_t>(sizeof(DictionaryEntry)), nullptr, 0);
+    // As of a table, entries are many: nothing is attached to one, and freeing one asks nobody.
+    c->lightweight = 1;
     class_obexoffset_set(c, -1);
     class_register(nullptr, c);
     state.entry_class = c;

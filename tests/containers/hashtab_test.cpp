@@ -498,6 +498,18 @@ TEST(Hashtab, SharedByThreads) {
                 if (i % 2) {
                     EXPECT_EQ(hashtab_delete(table, k), 0);
                 }
+                if (i % 500 == 0) {
+                    // Only counts: another thread may free the entry meanwhile.
+                    int32_t count = 0;
+                    hashtab_funall(
+                        table,
+                        [](HashtabEntry *, void *counted) -> void * {
+                            ++*static_cast<int32_t *>(counted);
+                            return nullptr;
+                        },
+                        &count);
+                    EXPECT_GE(count, static_cast<int32_t>(i) / 2);
+                }
             }
         });
     }

@@ -1,6 +1,8 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <set>
+#include <span>
 #include <vector>
 
 #include "containers/values_support.h"
@@ -353,6 +355,37 @@ class Generator {
     std::mt19937_64 random_;
 };
 
+// A list of atoms as the dictionary text it stands for, every name and text in quotes.
+std::string as_dictionary_text(int32_t count, const Atom *atoms) {
+    static const std::set<std::string> marks = {"{", "}", "[", "]", "null"};
+    std::string text;
+    const auto add_quoted = [&text](const std::string &name) {
+        text += '"';
+        for (const char c : name) {
+            text += c == '"' || c == '\\' ? "\\" : "";
+            text += c;
+        }
+        text += '"';
+    };
+    for (const Atom &atom : std::span(atoms, static_cast<size_t>(count))) {
+        text += ' ';
+        if (atom.type == TypeLong) {
+            text += std::to_string(atom.value.i);
+        } else if (atom.type == TypeFloat) {
+            char digits[32];
+            std::snprintf(digits, sizeof digits, "%#.17g", atom.value.f);
+            text += digits;
+        } else if (const std::string name = atom.value.sym->name; marks.contains(name)) {
+            text += name;
+        } else {
+            const bool marked = name.ends_with(':') || name.ends_with('\\');
+            add_quoted(name.substr(0, name.size() - (marked ? 1 : 0)));
+            text += name.ends_with(':') ? ":" : "";
+        }
+    }
+    return text;
+}
+
 TEST(Json, WhatIsWrittenReadsBackTheSame) {
     for (unsigned seed = 0; seed < 300; ++seed) {
         const std::string source = Generator(seed).object(4);
@@ -373,6 +406,13 @@ TEST(Json, WhatIsWrittenReadsBackTheSame) {
         ASSERT_EQ(dictobj_dictionaryfromatoms(&from_atoms, count, atoms), ErrorNone) << source;
         const OwnedDictionary third(from_atoms);
         ASSERT_EQ(write_json(third.get()), text) << source;
+
+        const std::string short_text = as_dictionary_text(count, atoms);
+        Dictionary *from_text = nullptr;
+        dictobj_dictionaryfromstring(&from_text, short_text.c_str(), 0, nullptr);
+        const OwnedDictionary fourth(from_text);
+        ASSERT_TRUE(fourth) << short_text;
+        ASSERT_EQ(write_json(fourth.get()), text) << short_text;
         sysmem_freeptr(atoms);
     }
 }
