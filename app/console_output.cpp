@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -29,8 +28,7 @@ const char *text_of(const Symbol *symbol) {
 }
 
 bool colour_wanted() {
-    const char *const refused = std::getenv("NO_COLOR");
-    return platform::stderr_is_terminal() && !(refused && *refused);
+    return platform::stderr_is_terminal() && platform::environment("NO_COLOR").empty();
 }
 
 void print_text(const ConsoleEntry *entry, void *) {

@@ -1,6 +1,7 @@
 // kiv: loads patcher documents and runs them.
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 #include "app/application.h"
@@ -26,8 +27,8 @@ void add_search_folders(const Options &options) {
             error("--path: %s is no folder", folder.c_str());
         }
     }
-    const char *const more = std::getenv("KIV_PATH");
-    for (std::string_view rest = more ? more : ""; !rest.empty();) {
+    const std::string more = platform::environment("KIV_PATH");
+    for (std::string_view rest = more; !rest.empty();) {
         const size_t end = rest.find(platform::path_list_separator);
         const std::string folder(rest.substr(0, end));
         if (!folder.empty() && !search_path_add(folder.c_str(), true)) {
@@ -93,6 +94,8 @@ int run(const Options &options) {
 }  // namespace kiv::app
 
 int main(int argc, char **argv) {
+    kiv::platform::standard_streams_start();
+    argv = kiv::platform::command_line(&argc, argv);
     kiv::app::Options options;
     if (const auto status = kiv::app::read_options(argc, argv, options)) {
         return *status;

@@ -137,7 +137,7 @@ void json_describe(const JsonFailure &failure, char *out) noexcept {
         }
     }
     const std::string_view in_line = before.substr(line_start);
-    const long character = 1 + static_cast<long>(in_line.size()) -
+    const auto character = 1 + static_cast<int64_t>(in_line.size()) -
                            std::count_if(in_line.begin(), in_line.end(), continues);
 
     char text[longest_text + 1];

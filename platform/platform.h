@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace kiv::platform {
 
@@ -111,8 +112,15 @@ void debug_output(const char *text) noexcept;
 
 // Calls handler once, on any thread, when the user or the system asks the process to end.
 void on_quit_request(void (*handler)()) noexcept;
-bool stderr_is_terminal() noexcept;
-extern const char path_list_separator;  // between the folders of an environment variable
+
+// Before anything is read or printed: the standard streams pass bytes on as they are, and a
+// terminal takes them as UTF-8.
+void standard_streams_start() noexcept;
+bool stderr_is_terminal() noexcept;  // one that understands colours
+// The arguments of main in UTF-8: `argv` itself, or a copy that lives as long as the process.
+char **command_line(int *argc, char **argv) noexcept;
+std::string environment(const char *name);  // a variable in UTF-8; empty when it is not set
+extern const char path_list_separator;      // between the folders of an environment variable
 
 // --- Files: UTF-8 names, '/' between folders -----------------------------------------------------
 

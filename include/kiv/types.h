@@ -14,18 +14,26 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/* Marks what the executable offers to modules, and what a module offers to the executable. */
-#if defined(__GNUC__) || defined(__clang__)
+/* Marks what the executable offers to modules, and what a module offers to the executable. The
+   runtime itself is built with KIV_BUILDING defined; modules are not. */
+#if defined(__ELF__) || defined(__MACH__)
 #define KIV_EXPORT __attribute__((visibility("default")))
 #define KIV_MODULE_EXPORT __attribute__((visibility("default")))
 #else
-#define KIV_EXPORT
-#define KIV_MODULE_EXPORT
+#ifdef KIV_BUILDING
+#define KIV_EXPORT __declspec(dllexport)
+#else
+#define KIV_EXPORT __declspec(dllimport)
+#endif
+#define KIV_MODULE_EXPORT __declspec(dllexport)
 #endif
 
-#if defined(__GNUC__) || defined(__clang__)
+#if defined(__clang__)
 #define KIV_PRINTF(format_index, first_argument) \
     __attribute__((format(printf, format_index, first_argument)))
+#elif defined(__GNUC__)
+#define KIV_PRINTF(format_index, first_argument) \
+    __attribute__((format(gnu_printf, format_index, first_argument)))
 #else
 #define KIV_PRINTF(format_index, first_argument)
 #endif

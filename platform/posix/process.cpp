@@ -1,4 +1,4 @@
-// Dynamic libraries, debug output and requests to quit.
+// Dynamic libraries, debug output, standard streams, the command line and requests to quit.
 #ifndef _GNU_SOURCE
 #define _GNU_SOURCE
 #endif
@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #include "platform/platform.h"
@@ -58,8 +59,21 @@ void debug_output(const char *text) noexcept {
     }
 }
 
+// --- Standard streams and the command line -------------------------------------------------------
+
+void standard_streams_start() noexcept {}
+
 bool stderr_is_terminal() noexcept {
     return isatty(STDERR_FILENO) != 0;
+}
+
+char **command_line(int *, char **argv) noexcept {
+    return argv;
+}
+
+std::string environment(const char *name) {
+    const char *const value = std::getenv(name);
+    return value ? value : "";
 }
 
 // --- Requests to quit ----------------------------------------------------------------------------
