@@ -1,6 +1,7 @@
 // The texts of the JSON reader's errors: a message by the state at the failing byte, then its line
 // and character, counted from 1, and the text just before it.
 #include <algorithm>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 
@@ -125,7 +126,7 @@ void json_describe(const JsonFailure &failure, char *out) noexcept {
     write_message(failure, message, sizeof message);
 
     const std::string_view before = failure.text.substr(0, failure.position);
-    long line = 1;
+    int64_t line = 1;
     size_t line_start = 0;
     for (size_t i = 0; i < before.size(); ++i) {
         // A carriage return ends a line unless a line feed follows and does.
@@ -137,8 +138,8 @@ void json_describe(const JsonFailure &failure, char *out) noexcept {
         }
     }
     const std::string_view in_line = before.substr(line_start);
-    const auto character = 1 + static_cast<int64_t>(in_line.size()) -
-                           std::count_if(in_line.begin(), in_line.end(), continues);
+    const int64_t character = 1 + static_cast<int64_t>(in_line.size()) -
+                              std::count_if(in_line.begin(), in_line.end(), continues);
 
     char text[longest_text + 1];
     std::string_view tail = before.substr(before.size() - std::min(before.size(), longest_text));
@@ -149,8 +150,8 @@ void json_describe(const JsonFailure &failure, char *out) noexcept {
         std::transform(tail.begin(), tail.end(), text,
                        [](char c) { return static_cast<unsigned char>(c) < ' ' ? ' ' : c; }) -
         text;
-    std::snprintf(out, json_error_size, "%s: line=%ld, char=%ld, text='...%.*s'", message, line,
-                  character, static_cast<int>(size), text);
+    std::snprintf(out, json_error_size, "%s: line=%" PRId64 ", char=%" PRId64 ", text='...%.*s'",
+                  message, line, character, static_cast<int>(size), text);
 }
 
 }  // namespace kiv
