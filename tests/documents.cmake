@@ -13,7 +13,8 @@ function(kiv_add_document_tests prefix folder)
             file(STRINGS ${folder}/expected/${name}.args arguments LIMIT_COUNT 1)
         endif()
         add_test(NAME ${prefix}.${name}
-            COMMAND ${CMAKE_COMMAND} -DKIV=$<TARGET_FILE:kiv> -DDOCUMENT=${document}
+            COMMAND ${CMAKE_COMMAND} -DKIV=$<TARGET_FILE:kiv>
+                -DEMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR} -DDOCUMENT=${document}
                 -DEXPECTED=${expected} "-DARGUMENTS=${arguments}"
                 -P ${CMAKE_SOURCE_DIR}/tests/support/run_document.cmake)
         set_tests_properties(${prefix}.${name} PROPERTIES TIMEOUT 120
