@@ -25,6 +25,10 @@ class DefaultPath {
     bool outer_recursive_;
 };
 
+// Splits the path of a file into its folder's identifier and its name, which points into it; false
+// when there is no such folder or a part is too long.
+bool path_split(const char *file_path, int16_t *path, const char **name) noexcept;
+
 // File types are four characters in one number, the first in the highest byte.
 constexpr uint32_t file_type(const char (&code)[5]) {
     return static_cast<uint32_t>(static_cast<unsigned char>(code[0])) << 24 |

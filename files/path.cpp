@@ -166,6 +166,24 @@ bool path_join(const char *folder, const char *name, char *out) noexcept {
     return true;
 }
 
+bool path_split(const char *file_path, int16_t *path, const char **name) noexcept {
+    const char *slash = std::strrchr(file_path, '/');
+    *name = slash ? slash + 1 : file_path;
+    if (!slash) {
+        *path = path_frompathname(".");
+    } else {
+        char folder[KIV_PATH_SIZE];
+        const auto length = static_cast<size_t>(slash - file_path) + 1;
+        if (length >= sizeof folder) {
+            return false;
+        }
+        std::memcpy(folder, file_path, length);
+        folder[length] = '\0';
+        *path = path_frompathname(folder);
+    }
+    return *path != 0 && std::strlen(*name) < KIV_FILENAME_SIZE;
+}
+
 }  // namespace kiv
 
 using namespace kiv;

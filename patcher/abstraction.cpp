@@ -12,12 +12,11 @@
 #include "files/internal.h"
 #include "kernel/internal.h"
 #include "patcher/creation.h"
+#include "patcher/fields.h"
 
 namespace kiv {
 
 namespace {
-
-constexpr int32_t argument_count = 10;
 
 int64_t load_counter = 0;
 
@@ -43,17 +42,9 @@ void *make_from_module(Symbol *name_space, Symbol *class_name, const ClassFile &
 
 Object *load_abstraction(Symbol *name_space, Symbol *class_name, const ClassFile &file,
                          int32_t argc, const Atom *argv) noexcept {
-    Atom arguments[argument_count];
-    atom_setlong(&arguments[0], ++load_counter);
-    for (int32_t i = 1; i < argument_count; ++i) {
-        if (i <= argc) {
-            arguments[i] = argv[i - 1];
-        } else {
-            atom_setlong(&arguments[i], 0);
-        }
-    }
-    Object *patcher =
-        load_file(file.name, file.path, file.type, argument_count, arguments, name_space, false);
+    AbstractionArguments arguments(argc, argv);
+    Object *patcher = load_file(file.name, file.path, file.type, arguments.count, arguments.atoms,
+                                name_space, false);
     if (patcher && zgetfn(patcher, "setclass"_sym)) {
         object_method(patcher, "setclass"_sym, class_name);
     }
@@ -61,6 +52,17 @@ Object *load_abstraction(Symbol *name_space, Symbol *class_name, const ClassFile
 }
 
 }  // namespace
+
+AbstractionArguments::AbstractionArguments(int32_t argc, const Atom *argv) noexcept {
+    atom_setlong(&atoms[0], ++load_counter);
+    for (int32_t i = 1; i < count; ++i) {
+        if (i <= argc) {
+            atoms[i] = argv[i - 1];
+        } else {
+            atom_setlong(&atoms[i], 0);
+        }
+    }
+}
 
 void *abstraction_make(Symbol *name_space, Symbol *class_name, Symbol *file_name, int32_t argc,
                        Atom *argv) noexcept {
@@ -86,16 +88,8 @@ void *subpatcher_make(int32_t argc, Atom *argv) noexcept {
     Dictionary *dictionary = nullptr;
     if (frame) {
         dictionary_getdictionary(frame->box_dictionary, "patcher"_sym, &dictionary);
-        if (argc > 0 && atom_gettype(argv) == TypeSymbol) {
-            frame->patcher_name = atom_getsym(argv);
-        } else if (argc > 0) {
-            char *text = nullptr;
-            int64_t size = 0;
-            if (atom_gettext(1, argv, &size, &text, 0) == ErrorNone) {
-                frame->patcher_name = gensym(text);
-            }
-            sysmem_freeptr(text);
-        }
+        Symbol *name = argc > 0 ? symbol_of_atoms(1, argv) : nullptr;
+        frame->patcher_name = name ? name : frame->patcher_name;
     }
     Atom argument;
     atom_setobj(&argument, dictionary);

@@ -33,94 +33,36 @@ ErrorCode set(void *x, Symbol *name, int32_t count, const double *values) noexce
 
 // --- Patchers ------------------------------------------------------------------------------------
 
-Object *jpatcher_get_firstobject(void *patcher) noexcept {
-    return object_of(patcher, "firstobject"_sym);
-}
-Object *jpatcher_get_lastobject(void *patcher) noexcept {
-    return object_of(patcher, "lastobject"_sym);
-}
-Object *jpatcher_get_firstline(void *patcher) noexcept {
-    return object_of(patcher, "firstline"_sym);
-}
-Object *jpatcher_get_firstview(void *patcher) noexcept {
-    return object_of(patcher, "firstview"_sym);
-}
-int32_t jpatcher_get_count(void *patcher) noexcept {
-    return integer(patcher, "count"_sym);
-}
-Object *jpatcher_get_box(void *patcher) noexcept {
-    return object_of(patcher, "box"_sym);
-}
-Object *jpatcher_get_parentpatcher(void *patcher) noexcept {
-    return object_of(patcher, "parentpatcher"_sym);
-}
-Object *jpatcher_get_toppatcher(void *patcher) noexcept {
-    return object_of(patcher, "toppatcher"_sym);
-}
-Symbol *jpatcher_get_name(void *patcher) noexcept {
-    return symbol(patcher, "name"_sym);
-}
-Symbol *jpatcher_get_title(void *patcher) noexcept {
-    return symbol(patcher, "title"_sym);
-}
-Symbol *jpatcher_get_filename(void *patcher) noexcept {
-    return symbol(patcher, "filename"_sym);
-}
-Symbol *jpatcher_get_filepath(void *patcher) noexcept {
-    return symbol(patcher, "filepath"_sym);
-}
-int32_t jpatcher_get_dirty(void *patcher) noexcept {
-    return integer(patcher, "dirty"_sym);
-}
-int32_t jpatcher_get_bglocked(void *patcher) noexcept {
-    return integer(patcher, "bglocked"_sym);
-}
-int32_t jpatcher_get_presentation(void *patcher) noexcept {
-    return integer(patcher, "presentation"_sym);
-}
-int32_t jpatcher_get_noedit(void *patcher) noexcept {
-    return integer(patcher, "noedit"_sym);
-}
-ErrorCode jpatcher_get_bgcolor(void *patcher, double *rgba) noexcept {
-    return numbers(patcher, "bgcolor"_sym, 4, rgba);
-}
-ErrorCode jpatcher_get_gridsize(void *patcher, double *xy) noexcept {
-    return numbers(patcher, "gridsize"_sym, 2, xy);
-}
-ErrorCode jpatcher_get_rect(void *patcher, double *rect) noexcept {
-    return numbers(patcher, "rect"_sym, 4, rect);
-}
-Object *jpatcher_get_controller(void *patcher) noexcept {
-    return object_of(patcher, "controller"_sym);
-}
-Symbol *jpatcher_get_kivclass(void *patcher) noexcept {
-    return symbol(patcher, "kivclass"_sym);
-}
-Symbol *jpatcher_get_parentclass(void *patcher) noexcept {
-    return symbol(patcher, "parentclass"_sym);
-}
-Object *jpatcher_get_hubholder(void *patcher) noexcept {
-    return object_of(patcher, "hubholder"_sym);
-}
+KIV_GET_OBJECT(jpatcher_get_firstobject, "firstobject")
+KIV_GET_OBJECT(jpatcher_get_lastobject, "lastobject")
+KIV_GET_OBJECT(jpatcher_get_firstline, "firstline")
+KIV_GET_OBJECT(jpatcher_get_firstview, "firstview")
+KIV_GET_INTEGER(jpatcher_get_count, "count")
+KIV_GET_OBJECT(jpatcher_get_box, "box")
+KIV_GET_OBJECT(jpatcher_get_parentpatcher, "parentpatcher")
+KIV_GET_OBJECT(jpatcher_get_toppatcher, "toppatcher")
+KIV_GET_SYMBOL(jpatcher_get_name, "name")
+KIV_GET_SYMBOL(jpatcher_get_title, "title")
+KIV_GET_SYMBOL(jpatcher_get_filename, "filename")
+KIV_GET_SYMBOL(jpatcher_get_filepath, "filepath")
+KIV_GET_INTEGER(jpatcher_get_dirty, "dirty")
+KIV_GET_INTEGER(jpatcher_get_bglocked, "bglocked")
+KIV_GET_INTEGER(jpatcher_get_presentation, "presentation")
+KIV_GET_INTEGER(jpatcher_get_noedit, "noedit")
+KIV_GET_NUMBERS(jpatcher_get_bgcolor, "bgcolor", 4)
+KIV_GET_NUMBERS(jpatcher_get_gridsize, "gridsize", 2)
+KIV_GET_NUMBERS(jpatcher_get_rect, "rect", 4)
+KIV_GET_OBJECT(jpatcher_get_controller, "controller")
+KIV_GET_SYMBOL(jpatcher_get_kivclass, "kivclass")
+KIV_GET_SYMBOL(jpatcher_get_parentclass, "parentclass")
+KIV_GET_OBJECT(jpatcher_get_hubholder, "hubholder")
 int32_t jpatcher_get_fileversion(void *patcher) noexcept {
     return static_cast<int8_t>(integer(patcher, "fileversion"_sym));
 }
 
-ErrorCode jpatcher_set_locked(void *patcher, int32_t on) noexcept {
-    return set(patcher, "locked"_sym, int64_t{on});
-}
-ErrorCode jpatcher_set_dirty(void *patcher, int32_t on) noexcept {
-    return set(patcher, "dirty"_sym, int64_t{on});
-}
-ErrorCode jpatcher_set_title(void *patcher, Symbol *title) noexcept {
-    return set(patcher, "title"_sym, title);
-}
-ErrorCode jpatcher_set_rect(void *patcher, const double *rect) noexcept {
-    return set(patcher, "rect"_sym, 4, rect);
-}
-ErrorCode jpatcher_set_bgcolor(void *patcher, const double *rgba) noexcept {
-    return set(patcher, "bgcolor"_sym, 4, rgba);
-}
-ErrorCode jpatcher_set_gridsize(void *patcher, const double *xy) noexcept {
-    return set(patcher, "gridsize"_sym, 2, xy);
-}
+KIV_SET_INTEGER(jpatcher_set_locked, "locked")
+KIV_SET_INTEGER(jpatcher_set_dirty, "dirty")
+KIV_SET_SYMBOL(jpatcher_set_title, "title")
+KIV_SET_NUMBERS(jpatcher_set_rect, "rect", 4)
+KIV_SET_NUMBERS(jpatcher_set_bgcolor, "bgcolor", 4)
+KIV_SET_NUMBERS(jpatcher_set_gridsize, "gridsize", 2)

@@ -6,148 +6,58 @@
 using namespace kiv::accessors;
 using namespace kiv::literals;
 
-Object *jbox_get_patcher(void *box) noexcept {
-    return object_of(box, "patcher"_sym);
-}
-Object *jbox_get_nextobject(void *box) noexcept {
-    return object_of(box, "nextobject"_sym);
-}
-Object *jbox_get_prevobject(void *box) noexcept {
-    return object_of(box, "prevobject"_sym);
-}
-Symbol *jbox_get_id(void *box) noexcept {
-    return symbol(box, "id"_sym);
-}
-Symbol *jbox_get_varname(void *box) noexcept {
-    return symbol(box, "varname"_sym);
-}
-Symbol *jbox_get_kivclass(void *box) noexcept {
-    return symbol(box, "kivclass"_sym);
-}
-ErrorCode jbox_get_patching_rect(void *box, double *rect) noexcept {
-    return numbers(box, "patching_rect"_sym, 4, rect);
-}
-ErrorCode jbox_get_presentation_rect(void *box, double *rect) noexcept {
-    return numbers(box, "presentation_rect"_sym, 4, rect);
-}
-ErrorCode jbox_get_patching_position(void *box, double *xy) noexcept {
-    return numbers(box, "patching_position"_sym, 2, xy);
-}
-ErrorCode jbox_get_patching_size(void *box, double *size) noexcept {
-    return numbers(box, "patching_size"_sym, 2, size);
-}
-ErrorCode jbox_get_presentation_position(void *box, double *xy) noexcept {
-    return numbers(box, "presentation_position"_sym, 2, xy);
-}
-ErrorCode jbox_get_presentation_size(void *box, double *size) noexcept {
-    return numbers(box, "presentation_size"_sym, 2, size);
-}
-ErrorCode jbox_get_color(void *box, double *rgba) noexcept {
-    return numbers(box, "color"_sym, 4, rgba);
-}
-int32_t jbox_get_hidden(void *box) noexcept {
-    return integer(box, "hidden"_sym);
-}
-int32_t jbox_get_ignoreclick(void *box) noexcept {
-    return integer(box, "ignoreclick"_sym);
-}
-int32_t jbox_get_background(void *box) noexcept {
-    return integer(box, "background"_sym);
-}
-int32_t jbox_get_hinttrack(void *box) noexcept {
-    return integer(box, "hinttrack"_sym);
-}
-int32_t jbox_get_canhilite(void *box) noexcept {
-    return integer(box, "canhilite"_sym);
-}
-int32_t jbox_get_drawfirstin(void *box) noexcept {
-    return integer(box, "drawfirstin"_sym);
-}
-int32_t jbox_get_drawinlast(void *box) noexcept {
-    return integer(box, "drawinlast"_sym);
-}
-int32_t jbox_get_growy(void *box) noexcept {
-    return integer(box, "growy"_sym);
-}
-int32_t jbox_get_growboth(void *box) noexcept {
-    return integer(box, "growboth"_sym);
-}
-int32_t jbox_get_nogrow(void *box) noexcept {
-    return integer(box, "nogrow"_sym);
-}
-int32_t jbox_get_outline(void *box) noexcept {
-    return integer(box, "outline"_sym);
-}
-int32_t jbox_get_mousedragdelta(void *box) noexcept {
-    return integer(box, "mousedragdelta"_sym);
-}
-Symbol *jbox_get_fontname(void *box) noexcept {
-    return symbol(box, "fontname"_sym);
-}
-double jbox_get_fontsize(void *box) noexcept {
-    return number(box, "fontsize"_sym);
-}
+KIV_GET_OBJECT(jbox_get_patcher, "patcher")
+KIV_GET_OBJECT(jbox_get_nextobject, "nextobject")
+KIV_GET_OBJECT(jbox_get_prevobject, "prevobject")
+KIV_GET_SYMBOL(jbox_get_id, "id")
+KIV_GET_SYMBOL(jbox_get_varname, "varname")
+KIV_GET_SYMBOL(jbox_get_kivclass, "kivclass")
+KIV_GET_NUMBERS(jbox_get_patching_rect, "patching_rect", 4)
+KIV_GET_NUMBERS(jbox_get_presentation_rect, "presentation_rect", 4)
+KIV_GET_NUMBERS(jbox_get_patching_position, "patching_position", 2)
+KIV_GET_NUMBERS(jbox_get_patching_size, "patching_size", 2)
+KIV_GET_NUMBERS(jbox_get_presentation_position, "presentation_position", 2)
+KIV_GET_NUMBERS(jbox_get_presentation_size, "presentation_size", 2)
+KIV_GET_NUMBERS(jbox_get_color, "color", 4)
+KIV_GET_INTEGER(jbox_get_hidden, "hidden")
+KIV_GET_INTEGER(jbox_get_ignoreclick, "ignoreclick")
+KIV_GET_INTEGER(jbox_get_background, "background")
+KIV_GET_INTEGER(jbox_get_hinttrack, "hinttrack")
+KIV_GET_INTEGER(jbox_get_canhilite, "canhilite")
+KIV_GET_INTEGER(jbox_get_drawfirstin, "drawfirstin")
+KIV_GET_INTEGER(jbox_get_drawinlast, "drawinlast")
+KIV_GET_INTEGER(jbox_get_growy, "growy")
+KIV_GET_INTEGER(jbox_get_growboth, "growboth")
+KIV_GET_INTEGER(jbox_get_nogrow, "nogrow")
+KIV_GET_INTEGER(jbox_get_outline, "outline")
+KIV_GET_INTEGER(jbox_get_mousedragdelta, "mousedragdelta")
+KIV_GET_SYMBOL(jbox_get_fontname, "fontname")
+KIV_GET_NUMBER(jbox_get_fontsize, "fontsize")
 int32_t jbox_get_font_weight(void *box) noexcept {
     return integer(box, "fontface"_sym) & 1;
 }
 int32_t jbox_get_font_slant(void *box) noexcept {
     return integer(box, "fontface"_sym) >> 1 & 1;
 }
-Object *jbox_get_textfield(void *box) noexcept {
-    return object_of(box, "textfield"_sym);
-}
+KIV_GET_OBJECT(jbox_get_textfield, "textfield")
 
-ErrorCode jbox_set_patching_rect(void *box, const double *rect) noexcept {
-    return set(box, "patching_rect"_sym, 4, rect);
-}
-ErrorCode jbox_set_presentation_rect(void *box, const double *rect) noexcept {
-    return set(box, "presentation_rect"_sym, 4, rect);
-}
-ErrorCode jbox_set_patching_position(void *box, const double *xy) noexcept {
-    return set(box, "patching_position"_sym, 2, xy);
-}
-ErrorCode jbox_set_patching_size(void *box, const double *size) noexcept {
-    return set(box, "patching_size"_sym, 2, size);
-}
-ErrorCode jbox_set_presentation_position(void *box, const double *xy) noexcept {
-    return set(box, "presentation_position"_sym, 2, xy);
-}
-ErrorCode jbox_set_presentation_size(void *box, const double *size) noexcept {
-    return set(box, "presentation_size"_sym, 2, size);
-}
-ErrorCode jbox_set_color(void *box, const double *rgba) noexcept {
-    return set(box, "color"_sym, 4, rgba);
-}
-ErrorCode jbox_set_hidden(void *box, int32_t on) noexcept {
-    return set(box, "hidden"_sym, int64_t{on});
-}
-ErrorCode jbox_set_ignoreclick(void *box, int32_t on) noexcept {
-    return set(box, "ignoreclick"_sym, int64_t{on});
-}
-ErrorCode jbox_set_background(void *box, int32_t on) noexcept {
-    return set(box, "background"_sym, int64_t{on});
-}
-ErrorCode jbox_set_hinttrack(void *box, int32_t on) noexcept {
-    return set(box, "hinttrack"_sym, int64_t{on});
-}
-ErrorCode jbox_set_outline(void *box, int32_t on) noexcept {
-    return set(box, "outline"_sym, int64_t{on});
-}
-ErrorCode jbox_set_mousedragdelta(void *box, int32_t on) noexcept {
-    return set(box, "mousedragdelta"_sym, int64_t{on});
-}
-ErrorCode jbox_set_fontname(void *box, Symbol *name) noexcept {
-    return set(box, "fontname"_sym, name);
-}
-ErrorCode jbox_set_fontsize(void *box, double size) noexcept {
-    return set(box, "fontsize"_sym, size);
-}
-ErrorCode jbox_set_hintstring(void *box, Symbol *hint) noexcept {
-    return set(box, "hint"_sym, hint);
-}
-ErrorCode jbox_set_varname(void *box, Symbol *name) noexcept {
-    return set(box, "varname"_sym, name);
-}
+KIV_SET_NUMBERS(jbox_set_patching_rect, "patching_rect", 4)
+KIV_SET_NUMBERS(jbox_set_presentation_rect, "presentation_rect", 4)
+KIV_SET_NUMBERS(jbox_set_patching_position, "patching_position", 2)
+KIV_SET_NUMBERS(jbox_set_patching_size, "patching_size", 2)
+KIV_SET_NUMBERS(jbox_set_presentation_position, "presentation_position", 2)
+KIV_SET_NUMBERS(jbox_set_presentation_size, "presentation_size", 2)
+KIV_SET_NUMBERS(jbox_set_color, "color", 4)
+KIV_SET_INTEGER(jbox_set_hidden, "hidden")
+KIV_SET_INTEGER(jbox_set_ignoreclick, "ignoreclick")
+KIV_SET_INTEGER(jbox_set_background, "background")
+KIV_SET_INTEGER(jbox_set_hinttrack, "hinttrack")
+KIV_SET_INTEGER(jbox_set_outline, "outline")
+KIV_SET_INTEGER(jbox_set_mousedragdelta, "mousedragdelta")
+KIV_SET_SYMBOL(jbox_set_fontname, "fontname")
+KIV_SET_NUMBER(jbox_set_fontsize, "fontsize")
+KIV_SET_SYMBOL(jbox_set_hintstring, "hint")
+KIV_SET_SYMBOL(jbox_set_varname, "varname")
 
 namespace {
 

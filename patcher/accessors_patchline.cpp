@@ -6,58 +6,24 @@
 using namespace kiv::accessors;
 using namespace kiv::literals;
 
-Object *jpatchline_get_box1(void *line) noexcept {
-    return object_of(line, "box1"_sym);
-}
-int32_t jpatchline_get_outletnum(void *line) noexcept {
-    return integer(line, "outletnum"_sym);
-}
-Object *jpatchline_get_box2(void *line) noexcept {
-    return object_of(line, "box2"_sym);
-}
-int32_t jpatchline_get_inletnum(void *line) noexcept {
-    return integer(line, "inletnum"_sym);
-}
-Object *jpatchline_get_nextline(void *line) noexcept {
-    return object_of(line, "nextline"_sym);
-}
-int32_t jpatchline_get_nummidpoints(void *line) noexcept {
-    return integer(line, "nummidpoints"_sym);
-}
-int32_t jpatchline_get_hidden(void *line) noexcept {
-    return integer(line, "hidden"_sym);
-}
-ErrorCode jpatchline_get_color(void *line, double *rgba) noexcept {
-    return numbers(line, "patchlinecolor"_sym, 4, rgba);
-}
-int32_t jpatchline_get_pending(void *line) noexcept {
-    return integer(line, "pending"_sym);
-}
-double jpatchline_get_straightthresh(void *line) noexcept {
-    return number(line, "straightthresh"_sym);
-}
-int32_t jpatchline_get_straightstart(void *line) noexcept {
-    return integer(line, "straightstart"_sym);
-}
-int32_t jpatchline_get_straightend(void *line) noexcept {
-    return integer(line, "straightend"_sym);
-}
+KIV_GET_OBJECT(jpatchline_get_box1, "box1")
+KIV_GET_INTEGER(jpatchline_get_outletnum, "outletnum")
+KIV_GET_OBJECT(jpatchline_get_box2, "box2")
+KIV_GET_INTEGER(jpatchline_get_inletnum, "inletnum")
+KIV_GET_OBJECT(jpatchline_get_nextline, "nextline")
+KIV_GET_INTEGER(jpatchline_get_nummidpoints, "nummidpoints")
+KIV_GET_INTEGER(jpatchline_get_hidden, "hidden")
+KIV_GET_NUMBERS(jpatchline_get_color, "patchlinecolor", 4)
+KIV_GET_INTEGER(jpatchline_get_pending, "pending")
+KIV_GET_NUMBER(jpatchline_get_straightthresh, "straightthresh")
+KIV_GET_INTEGER(jpatchline_get_straightstart, "straightstart")
+KIV_GET_INTEGER(jpatchline_get_straightend, "straightend")
 
-ErrorCode jpatchline_set_hidden(void *line, int32_t on) noexcept {
-    return set(line, "hidden"_sym, int64_t{on});
-}
-ErrorCode jpatchline_set_color(void *line, const double *rgba) noexcept {
-    return set(line, "patchlinecolor"_sym, 4, rgba);
-}
-ErrorCode jpatchline_set_straightthresh(void *line, double threshold) noexcept {
-    return set(line, "straightthresh"_sym, threshold);
-}
-ErrorCode jpatchline_set_straightstart(void *line, int32_t on) noexcept {
-    return set(line, "straightstart"_sym, int64_t{on});
-}
-ErrorCode jpatchline_set_straightend(void *line, int32_t on) noexcept {
-    return set(line, "straightend"_sym, int64_t{on});
-}
+KIV_SET_INTEGER(jpatchline_set_hidden, "hidden")
+KIV_SET_NUMBERS(jpatchline_set_color, "patchlinecolor", 4)
+KIV_SET_NUMBER(jpatchline_set_straightthresh, "straightthresh")
+KIV_SET_INTEGER(jpatchline_set_straightstart, "straightstart")
+KIV_SET_INTEGER(jpatchline_set_straightend, "straightend")
 
 namespace {
 

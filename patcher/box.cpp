@@ -198,6 +198,13 @@ void notify_views(Jbox *box, Symbol *message) noexcept {
     }
 }
 
+void set_caption(Jbox *box, uint8_t shown, Symbol *message) noexcept {
+    if (box && box->state) {
+        box->state->caption = shown;
+    }
+    notify_views(box, message);
+}
+
 }  // namespace
 
 void keep_entry(Dictionary **target, Symbol *key, const Atom &value) noexcept {
@@ -375,21 +382,25 @@ void jbox_processlegacydefaults(Jbox *box, Dictionary *dictionary, int32_t) noex
     }
 }
 
-// What a box wants of the views that show it is a notification: views attach to their boxes.
+// What a box wants of the views that show it is a notification: views attach to their boxes. What a
+// view that comes later must know is kept: "captionshown" of the box, "focusbox" of the patcher.
 void jbox_redraw(Jbox *box) noexcept {
     notify_views(box, "redraw"_sym);
 }
 void jbox_grabfocus(Jbox *box) noexcept {
+    if (box && box->state && box->state->patcher) {
+        box->state->patcher->focus_box = box;
+    }
     notify_views(box, "grabfocus"_sym);
 }
 void jbox_updatetextfield(Jbox *box) noexcept {
     notify_views(box, "updatetextfield"_sym);
 }
 void jbox_show_caption(Jbox *box) noexcept {
-    notify_views(box, "showcaption"_sym);
+    set_caption(box, 1, "showcaption"_sym);
 }
 void jbox_hide_caption(Jbox *box) noexcept {
-    notify_views(box, "hidecaption"_sym);
+    set_caption(box, 0, "hidecaption"_sym);
 }
 
 Object *jbox_get_object(void *box) noexcept {

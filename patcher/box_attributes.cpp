@@ -112,18 +112,9 @@ ErrorCode set_text(void *x, void *, int32_t argc, Atom *argv) noexcept {
     if (!part || argc < 1 || !argv) {
         return ErrorGeneric;
     }
-    if (argc == 1 && argv->type == TypeSymbol) {
-        part->text = argv->value.sym;
-        return ErrorNone;
-    }
-    char *text = nullptr;
-    int64_t size = 0;
-    if (atom_gettext(argc, argv, &size, &text, 0) || !text) {
-        return ErrorGeneric;
-    }
-    part->text = gensym(text);
-    sysmem_freeptr(text);
-    return ErrorNone;
+    Symbol *text = symbol_of_atoms(argc, argv);
+    part->text = text ? text : part->text;
+    return text ? ErrorNone : ErrorOutOfMemory;
 }
 
 ErrorCode set_id(void *x, void *, int32_t argc, Atom *argv) noexcept {
@@ -147,7 +138,10 @@ ErrorCode set_var_name(void *x, void *, int32_t argc, Atom *argv) noexcept {
     }
     Symbol *name = ""_sym;
     if (argc > 0 && argv) {
-        name = argv->type == TypeSymbol ? argv->value.sym : gensym(atom_string(argv));
+        name = symbol_of_atoms(1, argv);
+        if (!name) {
+            return ErrorOutOfMemory;
+        }
     }
     if (part->patcher) {
         return patcher_set_box_name(part->patcher, self(x), name) ? ErrorNone : ErrorOutOfMemory;
@@ -213,6 +207,7 @@ constexpr Field other_fields[] = {
     field<&BoxState::outline>("outline", "char"),
     field<&BoxState::mouse_drag_delta>("mousedragdelta", "char"),
     field<&BoxState::text_field>("textfield", "object"),
+    read_only_field<&BoxState::caption>("captionshown", "char"),
 };
 
 }  // namespace

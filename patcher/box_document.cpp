@@ -121,10 +121,11 @@ bool write_unknown(Jbox *box, Dictionary *dictionary) noexcept {
     return add_missing(rest.get(), dictionary);
 }
 
-// A subpatcher is part of its box's document, unless it has a file of its own.
+// A subpatcher is part of its box's document, unless it has a file of its own and the box does not
+// embed that.
 bool write_subpatcher(Jbox *box, Dictionary *dictionary) noexcept {
     Patcher *patcher = as_patcher(box->state->object);
-    if (!patcher || patcher_is_file(patcher)) {
+    if (!patcher || (patcher_is_file(patcher) && !object_attr_getlong(box, "embed"_sym))) {
         return true;
     }
     Owned<Dictionary> content(dictionary_new());
@@ -146,7 +147,8 @@ bool box_write_dictionary(Jbox *box, Dictionary *dictionary) noexcept {
     dictionary_appendsym(dictionary, "kivclass"_sym, part->class_name);
     dictionary_appendsym(dictionary, "id"_sym, part->id);
     if (*part->text->name) {
-        dictionary_appendsym(dictionary, "text"_sym, part->text);
+        const bool filled = part->template_text && part->text == part->filled_text;
+        dictionary_appendsym(dictionary, "text"_sym, filled ? part->template_text : part->text);
     }
     return write_ports(box, dictionary) && write_geometry(part, dictionary) &&
            write_fields(box, dictionary) && write_saved(as_object(box), dictionary) &&

@@ -2,12 +2,15 @@
 //
 // The dictionary names the file under "name" and its arguments under "args"; with an embedded
 // "patcher" it needs neither. Typed into an object box, the words after the class name are the file
-// and the arguments. These entries stay with the box as they are, so that saving keeps them. Main
-// thread.
+// and the arguments. These entries stay with the box as they are, so that saving keeps them. With
+// the attribute "embed" a file's content is saved with the box, and read from there the next time.
+// Main thread.
 #include <kiv/atom.h>
 #include <kiv/attr.h>
 #include <kiv/class.h>
 #include <kiv/object.h>
+
+#include <cstddef>
 
 #include "kernel/internal.h"
 #include "patcher/creation.h"
@@ -16,6 +19,11 @@
 namespace kiv {
 
 namespace {
+
+struct Bpatcher {
+    Jbox box;
+    uint8_t embed;  // the file's content is part of the document
+};
 
 Class *bpatcher_class = nullptr;
 
@@ -95,8 +103,12 @@ void *bpatcher_new(Symbol *, int32_t argc, Atom *argv) {
 
 void bpatcher_start() noexcept {
     bpatcher_class = class_new("bpatcher", method(bpatcher_new), method(jbox_free),
-                               static_cast<int32_t>(sizeof(Jbox)), nullptr, TypeGimme, 0);
+                               static_cast<int32_t>(sizeof(Bpatcher)), nullptr, TypeGimme, 0);
     jbox_initclass(bpatcher_class, JBOX_UI);
+    class_addattr(bpatcher_class, attr_offset_new("embed", "char"_sym, 0, nullptr, nullptr,
+                                                  static_cast<int32_t>(offsetof(Bpatcher, embed))));
+    class_addattr_parse(bpatcher_class, "embed", "save"_sym, "long", "1");
+    class_addattr_parse(bpatcher_class, "embed", "default"_sym, "long", "0");
     class_register("box"_sym, bpatcher_class);
 }
 

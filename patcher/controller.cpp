@@ -13,6 +13,7 @@
 
 #include "files/internal.h"
 #include "kernel/internal.h"
+#include "patcher/creation.h"
 
 namespace kiv {
 
@@ -51,6 +52,23 @@ Object *create_from_atoms(Patcher *patcher, Symbol *selector, int32_t argc, Atom
     }
     sysmem_freeptr(rest);
     return box;
+}
+
+// The box text that leads to a file: its name where the search finds it by that, else its path.
+Text text_for_file(Patcher *patcher, const char *file_name, int16_t path) {
+    const Text stem(file_name, file_stem_length(file_name));
+    ClassFile found;
+    const DefaultPath beside(static_cast<int16_t>(patcher->path));
+    Text text;
+    char whole[KIV_PATH_SIZE];
+    if ((class_file_locate(stem.c_str(), &found) && found.path == path &&
+         stem.compare(0, stem.npos, found.name, file_stem_length(found.name)) == 0) ||
+        path_topathname(path, stem.c_str(), whole)) {
+        append_word(text, stem.c_str());
+    } else {
+        append_word(text, whole);
+    }
+    return text;
 }
 
 }  // namespace
@@ -114,18 +132,14 @@ Object *jpatchercontroller_pastefileat(void *controller, const char *file_name, 
     }
     Object *box = nullptr;
     try {
-        // The folder becomes the default path while the box is made: its file is found there first.
-        const int16_t folder = path_getdefault();
-        const Text stem(file_name, file_stem_length(file_name));
+        const Text text = text_for_file(self->patcher, file_name, path);
         Atom position[2];
         atom_setfloat(position, x);
         atom_setfloat(position + 1, y);
         dictionary_appendsym(dictionary, "kivclass"_sym, "newobj"_sym);
-        dictionary_appendsym(dictionary, "text"_sym, gensym(stem.c_str()));
+        dictionary_appendsym(dictionary, "text"_sym, gensym(text.c_str()));
         dictionary_appendatoms(dictionary, "patching_position"_sym, 2, position);
-        path_setdefault(path, 0);
         box = newobject_fromdictionary(self->patcher, dictionary);
-        path_setdefault(folder, 0);
     } catch (const std::bad_alloc &) {
         box = nullptr;
     }

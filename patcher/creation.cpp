@@ -41,13 +41,7 @@ void append_argument(Text &out, const Atom &argument) {
         sysmem_freeptr(text);
         return;
     }
-    // What would end a word or a message keeps its place inside the word.
-    for (const char *c = argument.value.sym->name; *c; ++c) {
-        if (*c == ' ' || *c == ',' || *c == ';' || *c == '"' || *c == '\\') {
-            out.push_back('\\');
-        }
-        out.push_back(*c);
-    }
+    append_word(out, argument.value.sym->name);
 }
 
 }  // namespace
@@ -100,6 +94,16 @@ const Vector<Atom> *creation_arguments(Patcher *patcher) noexcept {
         patcher = patcher_parent(patcher);
     }
     return nullptr;
+}
+
+// What would end a word or a message keeps its place inside the word.
+void append_word(Text &out, const char *word) {
+    for (const char *c = word; *c; ++c) {
+        if (*c == ' ' || *c == ',' || *c == ';' || *c == '"' || *c == '\\') {
+            out.push_back('\\');
+        }
+        out.push_back(*c);
+    }
 }
 
 Text creation_substitute(const char *text, const Vector<Atom> &arguments) {

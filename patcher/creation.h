@@ -54,6 +54,8 @@ Symbol *creation_patcher_name() noexcept;
 const Vector<Atom> *creation_arguments(Patcher *patcher) noexcept;
 // The text of a box with the arguments in place of "#0" to "#9".
 Text creation_substitute(const char *text, const Vector<Atom> &arguments);
+// Appends text that is to be read as one word.
+void append_word(Text &out, const char *word);
 // Gives a box dictionary that has only a position the rectangle that goes with it.
 void creation_complete_rect(Dictionary *dictionary) noexcept;
 // The object that makes the objects of a namespace: "#N" for "box", else a class factory.
@@ -128,6 +130,13 @@ bool module_search(Symbol *name_space, Symbol *class_name) noexcept;
 // Loads a module file, once; false when it is bad or has been loaded before.
 bool module_load(Symbol *class_name, const ClassFile &file) noexcept;
 
+// What "#0" to "#9" stand for in an abstraction: the number of its load, which no other load has,
+// then nine arguments, 0 where none was given.
+struct AbstractionArguments {
+    AbstractionArguments(int32_t argc, const Atom *argv) noexcept;
+    static constexpr int32_t count = 10;
+    Atom atoms[count];
+};
 // Makes an object from a class that is no built-in: by its file, or reports that there is none.
 void *abstraction_make(Symbol *name_space, Symbol *class_name, Symbol *file_name, int32_t argc,
                        Atom *argv) noexcept;

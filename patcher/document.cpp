@@ -33,7 +33,8 @@ const SymbolMap<bool> &known_entries() {
         SymbolMap<bool> entries;
         for (const char *name :
              {"fileversion", "appversion", "classnamespace", "rect", "openrect", "boxes", "lines",
-              "arguments", "filename", "vol", "globalpatchername", "defaultfocusbox", "title"}) {
+              "arguments", "filename", "vol", "globalpatchername", "defaultfocusbox", "title",
+              "dependency_cache"}) {
             entries.emplace(gensym(name), true);
         }
         for (const Field &field : patcher_document_fields()) {
@@ -181,6 +182,11 @@ bool write_attributes(Patcher *patcher, Dictionary *dictionary) noexcept {
     return done;
 }
 
+// A subpatcher's document is part of the one around it, which tells the files that both need.
+bool is_document(const Patcher *patcher) noexcept {
+    return !patcher->box || patcher_is_file(patcher);
+}
+
 bool write_boxes(Patcher *patcher, Dictionary *dictionary) noexcept {
     Elements elements;
     for (Jbox *box = patcher->first_box; box; box = box->state->next) {
@@ -223,7 +229,9 @@ bool patcher_write_dictionary(Patcher *patcher, Dictionary *dictionary) noexcept
     return write_version(dictionary) &&
            !dictionary_appendsym(dictionary, "classnamespace"_sym, patcher->class_namespace) &&
            write_attributes(patcher, dictionary) && write_boxes(patcher, dictionary) &&
-           patcher_write_lines(patcher, dictionary) && add_missing(patcher->unknown, dictionary);
+           patcher_write_lines(patcher, dictionary) &&
+           (!is_document(patcher) || patcher_write_dependencies(patcher, dictionary)) &&
+           add_missing(patcher->unknown, dictionary);
 }
 
 int32_t patcher_save(Object *x, const char *file_name, int16_t path) noexcept {

@@ -32,6 +32,8 @@ class Elements {
     Vector<Atom> atoms_;
 };
 
+// "dependency_cache": the files the patcher needs. False when memory ran out.
+bool patcher_write_dependencies(Patcher *patcher, Dictionary *dictionary) noexcept;
 // {"key": content}, or null without memory.
 Owned<Dictionary> wrapped(Symbol *key, Owned<Dictionary> content) noexcept;
 // Appends a deep copy of an atom to an array, which is made when it is not there yet.

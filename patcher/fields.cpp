@@ -3,6 +3,20 @@
 
 namespace kiv {
 
+Symbol *symbol_of_atoms(int32_t argc, const Atom *argv) noexcept {
+    if (argc == 1 && argv->type == TypeSymbol) {
+        return argv->value.sym;
+    }
+    char *text = nullptr;
+    int64_t size = 0;
+    if (atom_gettext(argc, argv, &size, &text, 0) || !text) {
+        return nullptr;
+    }
+    Symbol *symbol = gensym(text);
+    sysmem_freeptr(text);
+    return symbol;
+}
+
 void class_add_fields(Class *c, std::span<const Field> fields) noexcept {
     for (const Field &field : fields) {
         if (!field.get) {

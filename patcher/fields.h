@@ -165,6 +165,9 @@ ErrorCode value_to_atoms(V value, int32_t *argc, Atom **argv) noexcept {
     return values_to_atoms(std::span<V>(&value, 1), argc, argv);
 }
 
+// The text of atoms as a symbol, a lone symbol being its own; null without memory.
+Symbol *symbol_of_atoms(int32_t argc, const Atom *argv) noexcept;
+
 // Declares a table's attributes on a class; the saved ones carry the attribute "save".
 void class_add_fields(Class *c, std::span<const Field> fields) noexcept;
 // Appends the value of a field to a dictionary, as one value or as an array.

@@ -44,9 +44,10 @@ void close_cache_if_idle() noexcept {
     if (cache_is_open()) {
         return;
     }
-    Map<Symbol *, Dictionary *> old;
-    old.swap(state.cache);
-    for (auto &[key, dictionary] : old) {
+    while (!state.cache.empty()) {
+        const auto first = state.cache.begin();
+        Dictionary *dictionary = first->second;
+        state.cache.erase(first);
         object_free(dictionary);
     }
 }

@@ -109,25 +109,6 @@ int16_t path_or_default(int16_t path) noexcept {
     return path != 0 ? path : path_getdefault();
 }
 
-// Splits the path of a file into its folder's identifier and its name.
-bool split_file_path(const char *file_path, int16_t *path, const char **name) noexcept {
-    const char *slash = std::strrchr(file_path, '/');
-    *name = slash ? slash + 1 : file_path;
-    if (!slash) {
-        *path = path_frompathname(".");
-    } else {
-        char folder[KIV_PATH_SIZE];
-        const auto length = static_cast<size_t>(slash - file_path) + 1;
-        if (length >= sizeof folder) {
-            return false;
-        }
-        std::memcpy(folder, file_path, length);
-        folder[length] = '\0';
-        *path = path_frompathname(folder);
-    }
-    return *path != 0 && std::strlen(*name) < KIV_FILENAME_SIZE;
-}
-
 // What the system says about a file that cannot be loaded; 0 when it can be opened.
 int32_t opening_error(const char *file_path) noexcept {
     char byte;
@@ -182,7 +163,7 @@ Object *document_load(const char *file_path, int32_t *result) noexcept {
     code = file_path ? opening_error(file_path) : ErrorGeneric;
     int16_t path = 0;
     const char *name = nullptr;
-    if (code == 0 && !split_file_path(file_path, &path, &name)) {
+    if (code == 0 && !path_split(file_path, &path, &name)) {
         code = ErrorGeneric;
     }
     if (code != 0) {
@@ -281,7 +262,9 @@ void *nameload_unique(const char *name, int16_t path, uint32_t type, int32_t fla
         }
         return open;
     }
-    Object *patcher = load_file(name, path, type, 0, nullptr, "box"_sym, true);
+    AbstractionArguments arguments(0, nullptr);
+    Object *patcher =
+        load_file(name, path, type, arguments.count, arguments.atoms, "box"_sym, true);
     if (!patcher) {
         return nullptr;
     }

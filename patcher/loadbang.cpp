@@ -239,6 +239,7 @@ void loadbang_dequeue(void) noexcept {
     }
     debug_post("loadbang_dequeue...");
     state.delivering = true;
+    loadbang_new_generation();  // being queued asks for it, whatever was served before
     while (Patcher *patcher = state.queue) {
         state.queue = patcher->next_loadbang;
         patcher->next_loadbang = state.serving;

@@ -46,6 +46,15 @@ bool is_inner_class(const Class *c) noexcept {
     return (c->flags & ClassBoxDictionary) != 0 && (c->flags & ClassUi) == 0;
 }
 
+// A maker has a constructor for each loaded class of its namespace besides its own methods.
+bool understands_in(Symbol *name_space, Symbol *name) noexcept {
+    if (name == "patcher"_sym || name == "p"_sym || name == "jbogus"_sym) {
+        return true;
+    }
+    const Class *c = class_getifloaded(name_space, name);
+    return c && !is_inner_class(c);
+}
+
 void *make(Symbol *name_space, Symbol *name, int32_t argc, Atom *argv) noexcept {
     if (state.suspended) {
         return nullptr;
@@ -61,10 +70,11 @@ void *make(Symbol *name_space, Symbol *name, int32_t argc, Atom *argv) noexcept 
     if (file_name != name) {
         Object *maker = creation_maker(name_space);
         if (!object_valid(maker)) {
-            error("zgetfn (%s): corrupt object", file_name->name);
+            object_bug(nullptr, "zgetfn (%s): corrupt object", file_name->name);
             return nullptr;
         }
-        if (maker_understands(file_name) || class_getifloaded_casefree(name_space, file_name)) {
+        if (understands_in(name_space, file_name) ||
+            class_getifloaded_casefree(name_space, file_name)) {
             return typedmess(maker, file_name, argc, argv);
         }
     }
@@ -85,7 +95,7 @@ void *maker_jbogus(Symbol *, int32_t, Atom *) {
     return bogus_object_new();
 }
 
-void *understands(Object *, Symbol *name) {
+void *maker_understands_message(Object *, Symbol *name) {
     return KIV_WORD(maker_understands(name));
 }
 
@@ -108,6 +118,10 @@ void *factory_jbogus(Factory *, Symbol *, int32_t, Atom *) {
     return keep_newest(bogus_object_new());
 }
 
+void *factory_understands(Factory *factory, Symbol *name) {
+    return KIV_WORD(understands_in(factory->name_space, name));
+}
+
 void *factory_new(Symbol *, int32_t argc, Atom *argv) {
     auto *factory = static_cast<Factory *>(
         object_alloc(class_getifloaded("nobox"_sym, "jpatcher_classfactory"_sym)));
@@ -117,12 +131,13 @@ void *factory_new(Symbol *, int32_t argc, Atom *argv) {
     return factory;
 }
 
-void add_methods(Class *c, Method anything, Method patcher, Method jbogus) noexcept {
+void add_methods(Class *c, Method anything, Method patcher, Method jbogus,
+                 Method understands) noexcept {
     class_addmethod(c, anything, "anything", TypeGimme, 0);
     class_addmethod(c, patcher, "patcher", TypeGimme, 0);
     class_addmethod(c, patcher, "p", TypeGimme, 0);
     class_addmethod(c, jbogus, "jbogus", TypeGimme, 0);
-    class_addmethod(c, reinterpret_cast<Method>(understands), "understands", TypeCant, 0);
+    class_addmethod(c, understands, "understands", TypeCant, 0);
     // Every word that a box can hold is a class name here, never an attribute.
     c->flags |= ClassNoAttrMessages;
 }
@@ -130,7 +145,7 @@ void add_methods(Class *c, Method anything, Method patcher, Method jbogus) noexc
 }  // namespace
 
 bool maker_understands(Symbol *name) noexcept {
-    return name == "patcher"_sym || name == "p"_sym || name == "jbogus"_sym;
+    return understands_in("box"_sym, name);
 }
 
 void creation_suspend(bool on) noexcept {
@@ -156,7 +171,8 @@ void maker_start() noexcept {
     Class *c = class_new("objectmaker", nullptr, nullptr, sizeof(Factory), nullptr, TypeNothing);
     class_obexoffset_set(c, offsetof(Factory, obex));
     add_methods(c, reinterpret_cast<Method>(maker_anything),
-                reinterpret_cast<Method>(maker_patcher), reinterpret_cast<Method>(maker_jbogus));
+                reinterpret_cast<Method>(maker_patcher), reinterpret_cast<Method>(maker_jbogus),
+                reinterpret_cast<Method>(maker_understands_message));
     class_register("nobox"_sym, c);
     state.maker = static_cast<Object *>(object_alloc(c));
     "#N"_sym->thing = state.maker;
@@ -165,8 +181,8 @@ void maker_start() noexcept {
                                nullptr, sizeof(Factory), nullptr, TypeGimme, 0);
     class_obexoffset_set(factory, offsetof(Factory, obex));
     add_methods(factory, reinterpret_cast<Method>(factory_anything),
-                reinterpret_cast<Method>(factory_patcher),
-                reinterpret_cast<Method>(factory_jbogus));
+                reinterpret_cast<Method>(factory_patcher), reinterpret_cast<Method>(factory_jbogus),
+                reinterpret_cast<Method>(factory_understands));
     class_register("nobox"_sym, factory);
 }
 

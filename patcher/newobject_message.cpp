@@ -56,6 +56,13 @@ class SubstitutedText {
             dictionary_appendsym(dictionary_, "text"_sym, original_);
         }
     }
+    // Has the box written with the text as it was, as long as nobody changes it.
+    void note_in(Jbox *box) const noexcept {
+        if (original_ && box) {
+            box->state->template_text = original_;
+            box->state->filled_text = box->state->text;
+        }
+    }
     SubstitutedText(const SubstitutedText &) = delete;
     SubstitutedText &operator=(const SubstitutedText &) = delete;
 
@@ -112,6 +119,7 @@ Jbox *construct(Class *c, Patcher *patcher, Dictionary *dictionary) {
     } else {
         const SubstitutedText substituted(patcher, dictionary);
         made = construct_from_dictionary(c, patcher, dictionary);
+        substituted.note_in(as_box(made));
     }
     Jbox *box = as_box(made);
     if (!box && made) {

@@ -96,9 +96,6 @@ void patcher_free(Patcher *patcher) noexcept {
     patcher->freeing = true;
     patcher_walks_end(patcher);
     creation_forget(as_object(patcher));
-    if (patcher->controller) {
-        object_free(patcher->controller);
-    }
     if (Jbox *box = as_box(patcher->box); box && box->state->object == as_object(patcher)) {
         box_set_object(box, nullptr);
     }
@@ -108,7 +105,8 @@ void patcher_free(Patcher *patcher) noexcept {
         patcher->global_name->thing = nullptr;
     }
     for (void *owned :
-         {static_cast<void *>(patcher->unknown), static_cast<void *>(patcher->stray_boxes),
+         {static_cast<void *>(patcher->controller), static_cast<void *>(patcher->box_font),
+          static_cast<void *>(patcher->unknown), static_cast<void *>(patcher->stray_boxes),
           static_cast<void *>(patcher->stray_lines)}) {
         if (owned) {
             object_free(owned);
@@ -153,7 +151,7 @@ Symbol *free_id(Patcher *patcher) noexcept {
     char text[32];
     Symbol *id;
     do {
-        snprintf(text, sizeof text, "obj-%lld", static_cast<long long>(patcher->next_box_number++));
+        snprintf(text, sizeof text, "obj-%ld", static_cast<long>(patcher->next_box_number++));
         id = gensym(text);
     } while (patcher->boxes_by_id.count(id) != 0);
     return id;
@@ -239,6 +237,9 @@ void patcher_unlink_box(Patcher *patcher, Jbox *box) noexcept {
     part->patcher = nullptr;
     if (patcher->last_created == as_object(box)) {
         patcher->last_created = nullptr;
+    }
+    if (patcher->focus_box == box) {
+        patcher->focus_box = nullptr;
     }
     if (!patcher->freeing) {
         patcher_touch(patcher);
@@ -346,42 +347,6 @@ void patcher_touch(Patcher *patcher) noexcept {
     }
 }
 
-// --- Walks ---------------------------------------------------------------------------------------
-
-BoxWalk::BoxWalk(Patcher *patcher) noexcept
-    : patcher_(patcher), next_(patcher->first_box), outer_(patcher->walks) {
-    patcher->walks = this;
-}
-
-BoxWalk::~BoxWalk() {
-    if (patcher_) {
-        patcher_->walks = outer_;
-    }
-}
-
-Jbox *BoxWalk::next() noexcept {
-    Jbox *box = patcher_ ? next_ : nullptr;
-    if (box) {
-        next_ = box->state->next;
-    }
-    return box;
-}
-
-void patcher_walks_skip(Patcher *patcher, Jbox *box) noexcept {
-    for (BoxWalk *walk = patcher->walks; walk; walk = walk->outer_) {
-        if (walk->next_ == box) {
-            walk->next_ = box->state->next;
-        }
-    }
-}
-
-void patcher_walks_end(Patcher *patcher) noexcept {
-    for (BoxWalk *walk = patcher->walks; walk; walk = walk->outer_) {
-        walk->patcher_ = nullptr;
-    }
-    patcher->walks = nullptr;
-}
-
 }  // namespace kiv
 
 using namespace kiv;
@@ -412,16 +377,15 @@ ErrorCode jpatcher_removeboxlistener(void *x, void *listener) noexcept {
 }
 
 void jpatcher_error_obtrusive(void *patcher, void *box, const char *text) noexcept {
-    if (text) {
-        object_error(box ? box : patcher, "%s", text);
+    if (!text) {
+        return;
+    }
+    object_error(box ? box : patcher, "%s", text);
+    if (as_patcher(patcher)) {
+        object_notify(patcher, "errorobtrusive"_sym, box);
     }
 }
 
 int32_t jpatcher_inc_kivsendcontext() noexcept {
     return ++kiv::state.send_context;
-}
-
-// There are no fonts before there is a user interface to draw with them.
-void *jpatcher_getboxfont(void *) noexcept {
-    return nullptr;
 }

@@ -7,6 +7,7 @@
 namespace kiv {
 
 void patcher_class_start() noexcept;
+void box_font_start() noexcept;                // box_font.cpp
 void patcher_add_messages(Class *c) noexcept;  // patcher_messages.cpp
 
 void patcher_walks_skip(Patcher *patcher, Jbox *box) noexcept;

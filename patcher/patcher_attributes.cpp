@@ -53,6 +53,9 @@ Object *last_box(Patcher *patcher) noexcept {
 Object *first_line(Patcher *patcher) noexcept {
     return reinterpret_cast<Object *>(patcher->first_line);
 }
+Object *focus_box(Patcher *patcher) noexcept {
+    return reinterpret_cast<Object *>(patcher->focus_box);
+}
 Object *containing_box(Patcher *patcher) noexcept {
     return reinterpret_cast<Object *>(patcher->box);
 }
@@ -155,6 +158,7 @@ constexpr Field own_fields[] = {
     computed_field("lastobject", "object", computed<last_box>),
     computed_field("firstline", "object", computed<first_line>),
     field<&Patcher::first_view>("firstview", "object"),
+    computed_field("focusbox", "object", computed<focus_box>),
     computed_field("box", "object", computed<containing_box>),
     computed_field("parentpatcher", "object", computed<parent>),
     computed_field("toppatcher", "object", computed<top>),

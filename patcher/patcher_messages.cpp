@@ -298,8 +298,12 @@ void save_as(Patcher *patcher, Symbol *file_name, int16_t path) noexcept {
                      failure);
         return;
     }
-    patcher->file_name = file_name;
-    patcher->path = path;
+    char whole[KIV_PATH_SIZE];
+    const char *name = nullptr;
+    if (!path_topathname(path, file_name->name, whole) && path_split(whole, &path, &name)) {
+        patcher->file_name = gensym(name);
+        patcher->path = path;
+    }
     set_clean(patcher);
 }
 

@@ -40,6 +40,8 @@ struct BoxState {
     Symbol *var_name;
     Symbol *class_name;  // "kivclass": the class asked for, when the box is a placeholder
     Symbol *text;
+    Symbol *template_text = nullptr;  // what `filled_text` was made of, with "#1" in it; or null
+    Symbol *filled_text = nullptr;
     double patching_rect[4] = {0., 0., 100., 20.};
     double presentation_rect[4] = {0., 0., 0., 0.};
     uint8_t presentation = 0;
@@ -69,6 +71,7 @@ struct BoxState {
     uint8_t no_grow = 0;
     uint8_t outline = 0;
     uint8_t mouse_drag_delta = 0;
+    uint8_t caption = 0;  // shown
     Object *text_field = nullptr;
 
     // What the document said of inlets and outlets: all that is known of a placeholder's.
@@ -128,7 +131,7 @@ struct Patcher {
     Jbox *last_box = nullptr;
     int32_t box_count = 0;
     int64_t next_box_serial = 1;
-    int64_t next_box_number = 1;  // of the next "obj-%ld"
+    uint32_t next_box_number = 1;  // of the next "obj-%ld"
     kiv::SymbolMap<Jbox *> boxes_by_id;
     kiv::SymbolMap<Jbox *> boxes_by_name;
     kiv::Patchline *first_line = nullptr;
@@ -146,7 +149,9 @@ struct Patcher {
     Object *parent_at_birth = nullptr;  // the patcher that was receiving boxes when it was made
     Object *owner = nullptr;            // answers "parentpatcher" for a patcher without a box
     Object *controller = nullptr;       // owned, made when first asked for
+    Object *box_font = nullptr;         // likewise
     Object *first_view = nullptr;
+    Jbox *focus_box = nullptr;  // the last that asked for the focus
     Object *hub_holder = nullptr;
 
     // What it is called and where it came from.

@@ -69,6 +69,7 @@ void patcher_start() noexcept {
     patcher_class_start();
     patchline_start();
     controller_start();
+    box_font_start();
     creation_start();
 }
 

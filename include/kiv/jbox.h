@@ -58,7 +58,8 @@ KIV_EXPORT void jbox_processlegacydefaults(Jbox *box, struct Dictionary *diction
                                            int32_t flags) KIV_NOEXCEPT;
 
 /* --- what a box wants of the views that show it: each notifies the box's clients ("redraw",
-   "grabfocus", "updatetextfield", "showcaption", "hidecaption") */
+   "grabfocus", "updatetextfield", "showcaption", "hidecaption"); the box's attribute "captionshown"
+   and the patcher's "focusbox" keep what was asked for last */
 KIV_EXPORT void jbox_redraw(Jbox *box) KIV_NOEXCEPT;
 KIV_EXPORT void jbox_grabfocus(Jbox *box) KIV_NOEXCEPT;
 KIV_EXPORT void jbox_updatetextfield(Jbox *box) KIV_NOEXCEPT;

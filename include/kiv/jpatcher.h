@@ -99,7 +99,8 @@ KIV_EXPORT Symbol *jpatcher_get_parentclass(void *patcher) KIV_NOEXCEPT;
 KIV_EXPORT int32_t jpatcher_get_fileversion(void *patcher) KIV_NOEXCEPT;
 /* The format version that documents are written in. */
 KIV_EXPORT int32_t jpatcher_get_currentfileversion(void) KIV_NOEXCEPT;
-/* The font of new boxes. Always null: fonts come with a user interface. */
+/* The font of new boxes: an object with the attributes "fontname", "fontsize" and "fontface", which
+   follow the patcher's defaults. Owned by the patcher; null for no patcher. */
 KIV_EXPORT void *jpatcher_getboxfont(void *patcher) KIV_NOEXCEPT;
 /* The object set as its parameter hub, or null. */
 KIV_EXPORT Object *jpatcher_get_hubholder(void *patcher) KIV_NOEXCEPT;
@@ -144,7 +145,8 @@ KIV_EXPORT Object *jpatcher_resolvepatcher(void *patcher, Symbol *name) KIV_NOEX
 KIV_EXPORT ErrorCode jpatcher_addboxlistener(void *patcher, void *listener) KIV_NOEXCEPT;
 /* Returns 0, or -1 when `listener` is none. */
 KIV_EXPORT ErrorCode jpatcher_removeboxlistener(void *patcher, void *listener) KIV_NOEXCEPT;
-/* Posts an error from `box` (from the patcher when null) that the user is to see at once. */
+/* Posts an error from `box` (from the patcher when null) that the user is to see at once, and
+   notifies the patcher's clients "errorobtrusive" with the box, for views to show it there. */
 KIV_EXPORT void jpatcher_error_obtrusive(void *patcher, void *box, const char *text) KIV_NOEXCEPT;
 /* A number for a new context of sends: one more than the last. */
 KIV_EXPORT int32_t jpatcher_inc_kivsendcontext(void) KIV_NOEXCEPT;

@@ -262,6 +262,39 @@ TEST_F(BoxTest, TheControllerCreatesFromTextAndFromDictionaries) {
     double xy[2];
     jbox_get_patching_position(pasted, xy);
     EXPECT_EQ(xy[1], 40);
+    // A file that the patcher's own search does not lead to is found by its path.
+    std::filesystem::create_directories(root / "my files");
+    put("my files/far.kivpat", document({}));
+    const int16_t far = path_frompathname(file("my files").c_str());
+    EXPECT_EQ(class_in(jpatchercontroller_pastefileat(controller, "far.kivpat", far, 0, 0)),
+              "jpatcher");
+    EXPECT_EQ(take_texts(), Texts{});
+}
+
+// What a window would show is kept for the views that come later.
+TEST_F(BoxTest, CaptionFocusAndFontAreKept) {
+    auto *b = reinterpret_cast<Jbox *>(newobject_fromboxtext(p, "print"));
+    jbox_show_caption(b);
+    jbox_grabfocus(b);
+    EXPECT_EQ(object_attr_getlong(b, "captionshown"_sym), 1);
+    EXPECT_EQ(object_attr_getobj(p, "focusbox"_sym), b);
+    jbox_hide_caption(b);
+    EXPECT_EQ(object_attr_getlong(b, "captionshown"_sym), 0);
+    jpatcher_deleteobj(p, b);
+    EXPECT_EQ(object_attr_getobj(p, "focusbox"_sym), nullptr);
+    void *font = jpatcher_getboxfont(p);
+    object_attr_setfloat(p, "default_fontsize"_sym, 17.);
+    EXPECT_EQ(object_attr_getfloat(font, "fontsize"_sym), 17.);
+    EXPECT_EQ(jpatcher_getboxfont(p), font);
+}
+
+TEST_F(BoxTest, NumbersAreNamesInFull) {
+    Object *b = newobject_fromboxtext(p, "print");
+    Atom name;
+    atom_setlong(&name, 12345678901);
+    object_attr_setvalueof(b, "varname"_sym, 1, &name);
+    EXPECT_STREQ(jbox_get_varname(b)->name, "12345678901");
+    EXPECT_EQ(jpatcher_resolvebox(p, gensym("12345678901")), b);
 }
 
 TEST_F(BoxTest, EntriesOfTheConsoleNameBoxAndPatcher) {

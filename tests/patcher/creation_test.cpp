@@ -183,10 +183,14 @@ TEST_F(CreationTest, MakersAnswerForTheirNamespace) {
     Object *maker = static_cast<Object *>(gensym("#N")->thing);
     EXPECT_TRUE(newex_knows(maker, gensym("p")));
     EXPECT_TRUE(newex_knows(maker, gensym("patcher")));
-    EXPECT_FALSE(newex_knows(maker, gensym("print")));
+    EXPECT_TRUE(newex_knows(maker, gensym("print")));
+    EXPECT_FALSE(newex_knows(maker, gensym("newobj")));
+    EXPECT_FALSE(newex_knows(maker, gensym("absent")));
     Object *factory = creation_maker(gensym("shader"));
     EXPECT_EQ(factory, creation_maker(gensym("shader")));
     EXPECT_EQ(factory, object_findregistered(gensym("jpatcher_classfactory"), gensym("shader")));
+    EXPECT_TRUE(newex_knows(factory, gensym("p")));
+    EXPECT_FALSE(newex_knows(factory, gensym("print")));
     creation_suspend(true);
     EXPECT_EQ("jbogus", class_in(make("print")));
     creation_suspend(false);

@@ -235,6 +235,59 @@ TEST_F(PatcherDocumentTest, WritingNamesTheFileAndCleansThePatcher) {
     EXPECT_EQ(take_texts().size(), 1u);
     EXPECT_EQ(jpatcher_get_dirty(p), 1);
     EXPECT_STREQ(jpatcher_get_name(p)->name, "made");
+    // A name with folders is split into the file's folder and its name.
+    std::filesystem::create_directories(root / "deep");
+    atom_setsym(&name, gensym(file("deep/other").c_str()));
+    typedmess(p, "writeas"_sym, 1, &name);
+    EXPECT_EQ(jpatcher_get_filepath(p)->name, file("deep/other.kivpat"));
+    EXPECT_STREQ(jpatcher_get_name(p)->name, "other");
+    object_free(p);
+}
+
+TEST_F(PatcherDocumentTest, DependenciesAreTheFilesInUse) {
+    std::filesystem::create_directories(root / "lib");
+    ASSERT_TRUE(search_path_add(file("lib").c_str(), false));
+    put("lib/outer.kivpat", document({box("a", "inner"), box("b", "inner")}));
+    put("lib/inner.kivpat", document({}));
+    put("top.kivpat", document({box("a", "outer"),
+                                box("b", "p", ",\"patcher\":" + patcher({box("i", "inner")}))}));
+    auto *p = static_cast<Object *>(nameload("top.kivpat", id(), file_type("JSON"), 0));
+    const std::string text = saved(p);
+    const size_t at = text.find("dependency_cache");
+    ASSERT_NE(at, std::string::npos);
+    EXPECT_EQ(text.find("dependency_cache", at + 1), std::string::npos) << "subpatchers have none";
+    std::vector<size_t> places;
+    for (const char *part : {"inner.kivpat", "outer.kivpat"}) {
+        places.push_back(text.find("\"name\" : \"" + std::string(part), at));
+        EXPECT_EQ(text.find(part, places.back() + 20), std::string::npos) << part;
+    }
+    EXPECT_LT(places[0], places[1]);
+    EXPECT_NE(text.find("\"patcherrelativepath\" : \"./lib\"", at), std::string::npos) << text;
+    EXPECT_NE(text.find("\"bootpath\" : \"" + file("lib") + "\"", at), std::string::npos);
+    object_free(p);
+}
+
+TEST_F(PatcherDocumentTest, FilledTextIsWrittenAsItWas) {
+    put("part.kivpat", document({R"({"box":{"kivclass":"message","id":"m","text":"say #1"}})"}));
+    Object *p = load_text(document({box("obj-1", "part 5")}));
+    Object *part = jbox_get_object(jpatcher_get_firstobject(p));
+    EXPECT_NE(saved(part).find("say #1"), std::string::npos);
+    typedmess(jpatcher_get_firstobject(part), "set"_sym, 0, nullptr);
+    EXPECT_EQ(saved(part).find("say #1"), std::string::npos);
+    object_free(p);
+}
+
+TEST_F(PatcherDocumentTest, AnEmbeddedFileNeedsTheFileNoMore) {
+    put("part.kivpat", document({box("secret", "print")}));
+    Object *p = load_text(document({R"({"box":{"kivclass":"bpatcher","id":"b","name":"part"}})"}));
+    EXPECT_EQ(saved(p).find("secret"), std::string::npos);
+    object_attr_setlong(jpatcher_get_firstobject(p), "embed"_sym, 1);
+    const std::string text = saved(p);
+    object_free(p);
+    std::filesystem::remove(root / "part.kivpat");
+    p = load_text(text);
+    EXPECT_EQ(jpatcher_get_count(jbox_get_object(jpatcher_get_firstobject(p))), 1);
+    EXPECT_EQ(take_texts(), Texts{});
     object_free(p);
 }
 

@@ -265,6 +265,10 @@ TEST_F(LoadTest, FilesLoadByTypeAndByName) {
     object_free(first);
     EXPECT_EQ(second, nameload_unique("doc.kivpat", id(), file_type("JSON"), 0, 1));
     object_free(second);
+    put("argued.kivpat", document({R"({"box":{"kivclass":"message","id":"m","text":"a#1"}})"}));
+    void *argued = nameload("argued.kivpat", id(), file_type("JSON"), 0);
+    EXPECT_STREQ(object_attr_getsym(jpatcher_get_firstobject(argued), gensym("text"))->name, "a0");
+    object_free(argued);
     void *help = nameload("help.kivHELP", id(), file_type("JSON"), 1);
     EXPECT_EQ(1, object_attr_getlong(help, gensym("ishelpfile")));
     object_free(help);
