@@ -81,9 +81,10 @@ void *copy_attribute(HashtabEntry *entry, void *target) {
 
 Attribute *make(Class *c, const char *name, Symbol *type, int32_t flags, Method getter,
                 Method setter) {
-    auto *a = name ? reinterpret_cast<Attribute *>(object_alloc(c)) : nullptr;
+    Symbol *const symbol = name ? gensym(name) : nullptr;
+    auto *a = symbol ? reinterpret_cast<Attribute *>(object_alloc(c)) : nullptr;
     if (a) {
-        a->name = gensym(name);
+        a->name = symbol;
         a->type = type;
         a->stored = stored_type(type);
         a->flags = static_cast<uint32_t>(flags);

@@ -270,7 +270,7 @@ ErrorCode object_addattr(void *x, void *attribute) noexcept {
             return ErrorGeneric;
         }
     }
-    return hashtab_store(own, name, attribute);
+    return table_keep(own, name, attribute) ? ErrorNone : ErrorOutOfMemory;
 }
 
 int32_t object_attr_usercanset(void *x, Symbol *name) noexcept {

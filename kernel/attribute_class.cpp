@@ -70,7 +70,7 @@ ErrorCode class_addattr(Class *c, void *attribute) noexcept {
     }
     class_sticky_apply(c, "sticky_attr"_sym, attribute);
     auto *name = static_cast<Symbol *>(object_method(attribute, "getname"_sym));
-    return hashtab_store(c->attributes, name, attribute);
+    return table_keep(c->attributes, name, attribute) ? ErrorNone : ErrorOutOfMemory;
 }
 
 ErrorCode class_addattr_atoms(Class *c, const char *attribute, Symbol *key, const char *type,

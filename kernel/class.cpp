@@ -114,8 +114,10 @@ bool overrides(const Class *c, const Symbol *selector) {
 
 void mark_overridden(MethodObject *method) {
     void *const attribute = attribute_new("overridden", "long"_sym, 0, nullptr, nullptr);
-    if (attribute && object_addattr(method, attribute) == ErrorNone) {
+    if (object_addattr(method, attribute) == ErrorNone) {
         object_attr_setlong(method, "overridden"_sym, 1);
+    } else {
+        object_free(attribute);
     }
 }
 
@@ -169,7 +171,7 @@ void read_constructor_types(va_list arguments, uint8_t types[8]) noexcept {
 Class *class_make(Symbol *name, Method constructor, Method destructor, int32_t instance_size,
                   Method menu_function, const uint8_t types[8]) noexcept {
     constexpr int32_t first_capacity = 8;
-    auto *c = static_cast<Class *>(sysmem_newptrclear(sizeof(Class)));
+    auto *c = name ? static_cast<Class *>(sysmem_newptrclear(sizeof(Class))) : nullptr;
     if (!c) {
         return nullptr;
     }
@@ -202,7 +204,8 @@ Class *class_newest() noexcept {
 }
 
 MethodObject *method_object_store(Hashtab *table, const MethodRecord &record) noexcept {
-    auto *method = static_cast<MethodObject *>(object_alloc(state.method_class));
+    auto *method =
+        record.selector ? static_cast<MethodObject *>(object_alloc(state.method_class)) : nullptr;
     if (!method) {
         return nullptr;
     }
@@ -221,6 +224,9 @@ bool table_keep(Hashtab *table, Symbol *key, void *value) noexcept {
 }
 
 ErrorCode class_put_method(Class *c, const MethodRecord &record) noexcept {
+    if (!record.selector) {
+        return ErrorOutOfMemory;
+    }
     if (!(c->flags & ClassNoMethodList) && !list_put(c, record)) {
         return ErrorOutOfMemory;
     }

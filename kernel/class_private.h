@@ -33,9 +33,6 @@ Class *class_make(Symbol *name, Method constructor, Method destructor, int32_t i
 Class *class_newest() noexcept;  // the last one made, or null when that one is gone
 // Adds or replaces a method, with its method object.
 ErrorCode class_put_method(Class *c, const MethodRecord &record) noexcept;
-// Stores a value in a table that takes it over; false when memory is exhausted. A table that cannot
-// make a slot leaves the value out without an error.
-bool table_keep(Hashtab *table, Symbol *key, void *value) noexcept;
 // Puts a method object of its own for `record` into a table; null when memory is exhausted.
 MethodObject *method_object_store(Hashtab *table, const MethodRecord &record) noexcept;
 // The table of the class's extra data under `key`, made with `slots` slots when `slots` is not 0;

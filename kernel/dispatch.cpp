@@ -203,6 +203,16 @@ void *direct_to_class(Object *x, Symbol *selector, void *const words[8]) {
     return nullptr;
 }
 
+// An object whose list has no header entry: its methods are all that is known of it.
+void *direct_to_list(Object *x, Symbol *selector, void *const words[8]) {
+    for (const MethodRecord *method = x->methods; method->selector; ++method) {
+        if (method->selector == selector) {
+            return call_guarded(selector, [&] { return call_words(method, x, words); });
+        }
+    }
+    return nullptr;
+}
+
 // --- Function look-ups ---------------------------------------------------------------------------
 
 // Null when the object has no such method; the do-nothing function when it is no object.
@@ -305,20 +315,16 @@ void *object_method_imp(void *x, Symbol *selector, void *p1, void *p2, void *p3,
     }
     void *const words[8] = {p1, p2, p3, p4, p5, p6, p7, p8};
     auto *const object = static_cast<Object *>(x);
-    const bool valid = object_valid(x);
-    if (valid && has_class(object)) {
-        return direct_to_class(object, selector, words);
+    if (object_valid(x)) {
+        return has_class(object) ? direct_to_class(object, selector, words)
+                                 : direct_to_list(object, selector, words);
     }
     if (selector == "free"_sym) {
         freeobject(x);
-        return nullptr;
+    } else {
+        zgetfn(x, selector);
     }
-    const Method function = zgetfn(x, selector);
-    if (!valid || !function) {
-        return nullptr;
-    }
-    const MethodRecord method{selector, function, {}};
-    return call_guarded(selector, [&] { return call_words(&method, x, words); });
+    return nullptr;
 }
 
 // Reads eight words whatever was passed: a callee that declares fewer ignores the rest.

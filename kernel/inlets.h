@@ -86,6 +86,8 @@ struct SendState {
     const char *stack_limit;  // no send starts at or below it
     Object *overflow_object;
     int32_t overflow;  // non-zero while the thread unwinds from an overflow
+    // ours
+    const MessageEntry *messages;  // the sends under way, while they are debugged
     // Grows at the beginning and at the end of every section, so it is odd inside one.
     std::atomic<uint64_t> sections;
     uint64_t awaited;  // guarded by the lock of retired memory, as the links are
@@ -101,8 +103,12 @@ inline SendState *send_state() noexcept {
     return this_send_state ? this_send_state : send_state_make();
 }
 
-extern constinit std::atomic<int32_t> retired_blocks;
+// Whether blocks that were retired wait for the end of a section.
+extern constinit std::atomic<bool> reclaim_due;
 void memory_reclaim() noexcept;
+
+// Whether whoever frees records orders all threads' memory, so that a section needs no barrier.
+extern constinit bool sections_are_light;
 
 // While a thread is in a section, records that were reachable during it keep their memory.
 class Section {
@@ -111,14 +117,19 @@ class Section {
         const uint64_t count = state.sections.load(std::memory_order_relaxed);
         opened_ = (count & 1) == 0;
         if (opened_) {
-            state.sections.exchange(count + 1, std::memory_order_seq_cst);
+            state.sections.store(count + 1, std::memory_order_relaxed);
+            if (sections_are_light) {
+                std::atomic_signal_fence(std::memory_order_seq_cst);
+            } else {
+                state.sections.exchange(count + 1, std::memory_order_seq_cst);
+            }
         }
     }
     ~Section() {
         if (opened_) {
             const uint64_t count = state_.sections.load(std::memory_order_relaxed);
             state_.sections.store(count + 1, std::memory_order_release);
-            if (retired_blocks.load(std::memory_order_relaxed) != 0) {
+            if (reclaim_due.load(std::memory_order_relaxed)) {
                 memory_reclaim();
             }
         }
@@ -222,6 +233,14 @@ void free_incoming(Inlet *inlet) noexcept;
 
 void monitors_tell(const Connection *connection, Object *receiver, Symbol *selector, int32_t argc,
                    Atom *argv) noexcept;
+
+// --- Message debugging (message_stack.cpp)
+// --------------------------------------------------------
+
+extern constinit std::atomic<bool> message_debugging;
+bool message_debugged_here() noexcept;  // asked only while message_debugging is set
+// Whether the debugger pauses the send of an entry before this delivery.
+bool message_pauses(MessageEntry *entry, Object *receiver) noexcept;
 
 // --- Inlets' messages (inlet.cpp)
 // -----------------------------------------------------------------

@@ -112,6 +112,9 @@ const MethodRecord *object_find_method(const Object *x, const Symbol *selector) 
 // `selector` names no attribute of `x`.
 const MethodRecord *attribute_message(Object *x, Symbol *selector) noexcept;
 bool attribute_direct(Object *x, Symbol *selector, void *const words[8], void **result) noexcept;
+// Stores a value in a table that takes it over; false when memory is exhausted. A table that cannot
+// make a slot leaves the value out without an error.
+bool table_keep(Hashtab *table, Symbol *key, void *value) noexcept;
 // Gives a new attribute or method object its own copy of every attribute the class keeps as sticky
 // under `category` ("sticky_attr", "sticky_method").
 void class_sticky_apply(Class *c, Symbol *category, void *target) noexcept;
@@ -152,6 +155,30 @@ bool overflow_in_force(const Object *patcher) noexcept;
 // The alert of the application: tells of the last overflow in a dialog, then clears everything.
 void overflow_alert() noexcept;
 
+// --- Message debugging (message_stack.cpp) -------------------------------------------------------
+
+// A send that is under way on a debugged thread. The entries of a thread form a stack; each is good
+// until its send ends.
+struct MessageEntry {
+    Object *sender;  // the outlet's owner
+    Symbol *selector;
+    int32_t argc;
+    Atom *argv;
+    bool breakpoint;            // the debugger stopped here
+    const MessageEntry *outer;  // the send during which this one was made, or null
+};
+// Asked before each delivery; true stops the send, which serves no more connections. What it sends
+// itself is not asked about.
+using MessageDebugger = bool (*)(const MessageEntry *entry, Object *receiver, void *argument);
+// Switches message debugging on, or with null off. While the scheduler's passes run on the main
+// thread every thread is debugged, otherwise the main thread alone. Main thread.
+void message_debugging_set(MessageDebugger debugger, void *argument) noexcept;
+const MessageEntry *message_stack() noexcept;  // of the calling thread, innermost first; or null
+// An entry as a dictionary with "classsym" (the receiver's class), "messagesym", "patchersym" (the
+// sender's patcher), "senderclasssym" and "breakpoint", for whoever shows it; the caller's to free.
+// Null when memory is exhausted.
+void *message_entry_dictionary(const MessageEntry *entry, Object *receiver) noexcept;
+
 // --- Event context -------------------------------------------------------------------------------
 
 // On whose behalf the calling thread runs: a stack of owners, pushed around clocks, deferred calls
@@ -171,8 +198,6 @@ struct KernelHooks {
     // Cancels the clocks of an object that is being freed (flag bits of its extension tell whether
     // it has any). Registered by the scheduler.
     void (*cancel_clocks)(Object *x);
-    // Frees the scheduler an object owns. Registered by the scheduler.
-    void (*free_scheduler)(Object *x);
     // Loads the module that defines a class; true when one was loaded. Registered by patcher/.
     bool (*load_class_module)(Symbol *name_space, Symbol *name);
     // Names that are never searched for as files. Registered by patcher/.

@@ -110,9 +110,6 @@ void release_memory(Object *x, bool was_client) {
 
 void free_parts(Object *x, const ObexRecord *record) {
     cancel_waiting(x, record);
-    if (record && state.hooks.free_scheduler) {
-        state.hooks.free_scheduler(x);
-    }
     obex_release(x);
 }
 

@@ -22,13 +22,20 @@ void *const done = reinterpret_cast<void *>(1);
 class Send {
   public:
     Send(SendState &state, Outlet *outlet) noexcept
-        : section_(state), state_(state), outlet_(outlet), proxy_(proxy_context.proxy) {
+        : section_(state),
+          state_(state),
+          outlet_(outlet),
+          proxy_(proxy_context.proxy),
+          debugged_(false) {
         ++state_.depth;
         if (proxy_) {
             proxy_context.proxy = nullptr;
         }
     }
     ~Send() {
+        if (debugged_) [[unlikely]] {
+            state_.messages = entry_.outer;
+        }
         if (proxy_) {
             proxy_context.proxy = proxy_;
         }
@@ -47,6 +54,17 @@ class Send {
         overflow_begin(state_, outlet_->owner);
         return false;
     }
+    void debug(Symbol *selector, int32_t argc, Atom *argv) noexcept {
+        if (message_debugging.load(std::memory_order_relaxed) && message_debugged_here())
+            [[unlikely]] {
+            entry_ = {outlet_->owner, selector, argc, argv, false, state_.messages};
+            state_.messages = &entry_;
+            debugged_ = true;
+        }
+    }
+    bool paused(Object *receiver) noexcept {
+        return debugged_ && message_pauses(&entry_, receiver);
+    }
     bool cut_short() const noexcept {
         return overflow_count.load(std::memory_order_relaxed) != 0 &&
                overflow_refuses(state_, outlet_->owner);
@@ -57,6 +75,8 @@ class Send {
     SendState &state_;
     Outlet *outlet_;
     const Proxy *proxy_;  // current when the send began
+    bool debugged_;
+    MessageEntry entry_;  // of a send that is debugged
 };
 
 bool refused(const Outlet *outlet, const SendState *state) {
@@ -79,11 +99,15 @@ inline void *send(Outlet *outlet, Symbol *selector, int32_t argc, Atom *argv, De
     if (!now.stack_left(__builtin_frame_address(0))) {
         return nullptr;
     }
+    now.debug(selector, argc, argv);
     for (Connection *c = outlet->connections.load(std::memory_order_seq_cst); c;
          c = c->next.load(std::memory_order_seq_cst)) {
         Object *receiver = c->receiver.load(std::memory_order_seq_cst);
         if (!receiver) {
             continue;
+        }
+        if (now.paused(receiver)) [[unlikely]] {
+            return nullptr;
         }
         if (c->monitor.load(std::memory_order_relaxed) & 1) {
             monitors_tell(c, receiver, selector, argc, argv);

@@ -7,8 +7,11 @@
 // 2. Whoever frees a record first makes it unreachable, then retires it.
 // 3. A retired block is freed once every thread that was inside a section after the retirement has
 //    been seen outside of it, or in a later one.
-// A section's count, the list heads and the links are all sequentially consistent: a thread whose
-// count is read as even before the release cannot find the record any more.
+// A thread whose count is read as even cannot find the record any more: between making it
+// unreachable and reading the counts, the memory of all threads is ordered (barrier_everywhere), so
+// that a section, of which there are millions a second, has no barrier of its own. Where the system
+// cannot do that, each section has one. With no other thread nothing has to be ordered; with
+// others, blocks are collected to a batch, since ordering all threads takes a system call.
 //
 // Two lists suffice: `waiting` holds the blocks for which every state remembers the section to wait
 // for, `fresh` those retired since. A retired block is linked through its validity mark, so that a
@@ -24,10 +27,12 @@
 namespace kiv {
 
 constinit thread_local SendState *this_send_state = nullptr;
-constinit std::atomic<int32_t> retired_blocks{0};
+constinit std::atomic<bool> reclaim_due{false};
+constinit bool sections_are_light = false;
 
 namespace {
 
+constexpr int32_t batch = 64;  // of retired blocks
 constexpr ptrdiff_t stack_margin = 65536;
 constexpr ptrdiff_t stack_without_base = 250000;
 
@@ -36,6 +41,7 @@ struct State {
     SendState *threads = nullptr;
     Object *fresh = nullptr;
     Object *waiting = nullptr;
+    int32_t retired = 0;  // blocks in both lists
 };
 State &state() {
     static State instance;
@@ -79,12 +85,16 @@ void send_state_free() noexcept {
     }
     mine->~SendState();
     sysmem_freeptr(mine);
-    if (retired_blocks.load(std::memory_order_relaxed) != 0) {
-        memory_reclaim();
-    }
+    memory_reclaim();
 }
 
 namespace {
+
+// Whether no other thread has a send state. Under the lock.
+bool is_alone() {
+    const SendState *const first = state().threads;
+    return !first || (first == this_send_state && !first->next);
+}
 
 // Whether every thread has left the section that the waiting blocks wait for. Under the lock.
 bool waiting_is_over() {
@@ -99,6 +109,13 @@ bool waiting_is_over() {
 
 // Lets the fresh blocks wait for the sections that are open now. Under the lock.
 void wait_for_fresh() {
+    if (!state().fresh) {
+        state().waiting = nullptr;
+        return;
+    }
+    if (!is_alone() && sections_are_light) {
+        platform::barrier_everywhere();
+    }
     state().waiting = std::exchange(state().fresh, nullptr);
     for (SendState *thread = state().threads; thread; thread = thread->next) {
         const uint64_t count = thread->sections.load(std::memory_order_seq_cst);
@@ -133,7 +150,10 @@ void memory_retire(void *block) noexcept {
         Lock lock;
         record->magic = reinterpret_cast<uintptr_t>(state().fresh);
         state().fresh = record;
-        retired_blocks.fetch_add(1, std::memory_order_relaxed);
+        ++state().retired;
+        if (state().retired < batch && !is_alone()) {
+            return;
+        }
     }
     memory_reclaim();
 }
@@ -154,10 +174,13 @@ void memory_reclaim() noexcept {
             done = state().waiting;
             wait_for_fresh();
         }
+        for (const Object *block = done; block; block = linked(block)) {
+            --state().retired;
+        }
+        reclaim_due = state().retired >= batch || (state().retired > 0 && is_alone());
     }
     while (done) {
         Object *block = std::exchange(done, linked(done));
-        retired_blocks.fetch_sub(1, std::memory_order_relaxed);
         sysmem_freeptr(block);
     }
 }

@@ -44,17 +44,6 @@ bool is_no_name(const Symbol *name) {
     return !name || name->name[0] == '\0';
 }
 
-bool is_unique_form(std::string_view name) {
-    return name.size() == 10 && name[0] == 'u' &&
-           std::all_of(name.begin() + 1, name.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
-
-void name_release(Symbol *name) {
-    if (is_unique_form(name->name)) {
-        symbol_unique_release(name);
-    }
-}
-
 bool name_take(Symbol *name_space, Symbol *name, Object *x) noexcept {
     try {
         state->spaces[name_space].insert_or_assign(name, x);
@@ -111,7 +100,7 @@ Registration register_again(Object *x, ObexRecord &record, Symbol *name_space, S
         return {Outcome::refused, nullptr};
     }
     name_drop(record);
-    name_release(record.name.exchange(name));
+    symbol_unique_release(record.name.exchange(name));
     subscribers_attach(x, record);
     return {Outcome::registered, x};
 }
@@ -177,7 +166,7 @@ bool registry_unregister(Object *x) noexcept {
     if (record->name) {
         clients_drop(record.get());
         name_drop(*record.get());
-        name_release(record->name.exchange(nullptr));
+        symbol_unique_release(record->name.exchange(nullptr));
         record->name_space = nullptr;
         record->registrations = 0;
     }

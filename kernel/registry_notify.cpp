@@ -224,13 +224,15 @@ bool client_attach(Object *client, Object *x) noexcept {
     if (contains(record->clients, client)) {
         return true;
     }
+    // A client without a record could not be taken out when it is freed.
     ObexRecord *const own = obex_enforce(client);
+    if (!own) {
+        return false;
+    }
     try {
         record->clients.push_back(client);
-        if (own) {
-            own->attached_to.push_back(x);
-            own->flags.fetch_or(obex_client);
-        }
+        own->attached_to.push_back(x);
+        own->flags.fetch_or(obex_client);
     } catch (const std::bad_alloc &) {
         take_out(record->clients, client);
         return false;
@@ -346,6 +348,10 @@ void *object_subscribe(Symbol *name_space, Symbol *name, Symbol *class_name,
     auto *const subscriber = static_cast<Object *>(client);
     const Subscription wanted{space, class_or_any(class_name), subscriber};
     const Guard guard(global_region);
+    ObexRecord *const record = obex_enforce(subscriber);
+    if (!record) {
+        return nullptr;
+    }
     try {
         Vector<Subscription> &waiting = state->subscriptions[name];
         if (std::find(waiting.begin(), waiting.end(), wanted) != waiting.end()) {
@@ -355,7 +361,7 @@ void *object_subscribe(Symbol *name_space, Symbol *name, Symbol *class_name,
     } catch (const std::bad_alloc &) {
         return nullptr;
     }
-    obex_flags_set(subscriber, ObexSubscribes);
+    record->flags.fetch_or(ObexSubscribes);
     Object *const x = registry_find(space, name);
     return x && matches(wanted, x, space) && client_attach(subscriber, x) ? x : nullptr;
 }

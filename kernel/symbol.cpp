@@ -4,9 +4,11 @@
 //    change, but for the `thing` of a record, which belongs to whoever binds the name.
 // 2. A dynamic record is complete before it is pushed at its chain's head with release order, and
 //    its name and link never change afterwards: readers take no lock.
-// 3. Insertion holds the symbol-table lock and looks again inside it.
-// 4. A record that lies deeper in its chain than `symbol_shallow` is in the index before the head
-//    that pushed it down is published; so "shallow links, then index" finds every record.
+// 3. Insertion holds the symbol-table lock and looks again inside it, unless nothing was inserted
+//    since the first look.
+// 4. Every record is in the index, by a hash of its whole name, before anybody is given it; the
+//    predefined ones are put there by start-up. So a look-up asks the index alone, and no chain is
+//    walked, however long it has become.
 // 5. Records and names live until the process ends.
 #include <kiv/symbol.h>
 #include <kiv/sysmem.h>
@@ -104,28 +106,6 @@ Symbol *find_static(const char *name, uint32_t hash) noexcept {
     return nullptr;
 }
 
-Symbol *find_dynamic(std::string_view name, uint32_t chain) noexcept {
-    DynamicSymbol *record = symbols.chains[chain].load(std::memory_order_acquire);
-    for (int depth = 0; record; ++depth, record = record->next) {
-        if (depth == symbol_shallow) {
-            return symbols.index.find(name);
-        }
-        if (std::strcmp(record->symbol.name, name.data()) == 0) {
-            return &record->symbol;
-        }
-    }
-    return nullptr;
-}
-
-// The record that one more push moves below the shallow part of its chain, or null.
-DynamicSymbol *sinking_record(uint32_t chain) noexcept {
-    DynamicSymbol *record = symbols.chains[chain].load(std::memory_order_relaxed);
-    for (int depth = 1; record && depth < symbol_shallow; ++depth) {
-        record = record->next;
-    }
-    return record;
-}
-
 bool reserve_record() noexcept {
     if (symbols.records_left > 0) {
         return true;
@@ -154,11 +134,10 @@ bool reserve_text(size_t size) noexcept {
 }
 
 // The caller holds the lock and has not found the name.
-Symbol *insert(std::string_view name, uint32_t chain) noexcept {
+Symbol *insert(std::string_view name, uint32_t chain, uint64_t hash) noexcept {
+    const bool cut = name.size() > longest_name;
     name = name.substr(0, longest_name);
-    DynamicSymbol *const sinking = sinking_record(chain);
-    if (!reserve_record() || !reserve_text(name.size() + 1) ||
-        (sinking && !symbols.index.reserve())) {
+    if (!reserve_record() || !reserve_text(name.size() + 1) || !symbols.index.reserve()) {
         return nullptr;
     }
     char *const text = symbols.text;
@@ -172,17 +151,38 @@ Symbol *insert(std::string_view name, uint32_t chain) noexcept {
         new (symbols.records) DynamicSymbol{{text, nullptr}, head.load(std::memory_order_relaxed)};
     ++symbols.records;
     --symbols.records_left;
-    if (sinking) {
-        symbols.index.add(&sinking->symbol);
-    }
     head.store(record, std::memory_order_release);
+    symbols.index.add(&record->symbol, cut ? SymbolIndex::hash_of(name) : hash);
     return &record->symbol;
+}
+
+// A name that the index does not hold, which held `seen` records then.
+[[gnu::noinline]] Symbol *make(std::string_view name, uint64_t hash, uint64_t seen) noexcept {
+    const uint32_t stated = hash_name(name.data(), name.size());
+    if (Symbol *const symbol = find_static(name.data(), stated)) {
+        return symbol;  // start-up has not put it into the index yet
+    }
+    const Guard guard(symbols.lock);
+    if (symbols.index.count() != seen) {
+        if (Symbol *const symbol = symbols.index.find(name.data(), hash)) {
+            return symbol;
+        }
+    }
+    return insert(name, stated % chain_modulus, hash);
 }
 
 }  // namespace
 
 void symbols_start() noexcept {
     critical_new(&symbols.lock);
+    {
+        const Guard guard(symbols.lock);
+        for (Symbol &symbol : predefined) {
+            if (symbols.index.reserve()) {
+                symbols.index.add(&symbol, SymbolIndex::hash_of(symbol.name));
+            }
+        }
+    }
     unique_names_start();
     common_symbols_gettable();
 }
@@ -205,19 +205,12 @@ Symbol *gensym(const char *text) noexcept {
     if (!text) {
         return &predefined[predefined_count - 1];
     }
-    text = context_prefixed(text);
+    text = *text == '-' ? context_prefixed(text) : text;
     const std::string_view name = text;
-    const uint32_t hash = hash_name(text, name.size());
-    if (Symbol *symbol = find_static(text, hash)) {
+    const uint64_t hash = SymbolIndex::hash_of(name);
+    const uint64_t seen = symbols.index.count();
+    if (Symbol *const symbol = symbols.index.find(text, hash)) {
         return symbol;
     }
-    const uint32_t chain = hash % chain_modulus;
-    if (Symbol *symbol = find_dynamic(name, chain)) {
-        return symbol;
-    }
-    const Guard guard(symbols.lock);
-    if (Symbol *symbol = find_dynamic(name, chain)) {
-        return symbol;
-    }
-    return insert(name, chain);
+    return make(name, hash, seen);
 }

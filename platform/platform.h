@@ -101,6 +101,12 @@ double time_ms() noexcept;
 bool readable_32(const void *address) noexcept;
 void probe_start() noexcept;
 
+// Orders the memory accesses of all threads: whatever a thread of the process did before the call
+// is seen by the caller afterwards, and what the caller did before is seen by all. A system call,
+// for the rare side of a protocol whose other side is too frequent for a barrier of its own. False
+// where the system has none: then that other side needs one.
+bool barrier_everywhere() noexcept;
+
 // --- Libraries, debug output, the process --------------------------------------------------------
 
 struct Library;

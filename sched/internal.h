@@ -81,6 +81,7 @@ void scheduler_start() noexcept;
 // Stops the timer; every later pass drops the queue.
 void scheduler_shutdown() noexcept;
 Scheduler *scheduler_global() noexcept;
+int32_t scheduler_count() noexcept;  // of all there are, the global one included
 // The lock that a pass holds and under which connections change.
 CriticalRef scheduler_run_lock(Scheduler *scheduler) noexcept;
 // Starts and stops the periodic system timer; the host's main loop owns it.

@@ -174,6 +174,10 @@ Scheduler *scheduler_global() noexcept {
     return state.global;
 }
 
+int32_t scheduler_count() noexcept {
+    return state.count.load(std::memory_order_relaxed);
+}
+
 Scheduler *queue_owner(Scheduler *scheduler) noexcept {
     return !scheduler || scheduler->chain_to_global ? state.global : scheduler;
 }

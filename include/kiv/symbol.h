@@ -52,6 +52,8 @@ KIV_EXPORT void **common_symbols_gettable(void) KIV_NOEXCEPT;
 KIV_END
 
 #if defined(__cplusplus) && __cplusplus >= 202002L
+#include <atomic>
+
 /* "bang"_sym is gensym("bang"), interned once for each distinct text in a program. */
 namespace kiv {
 
@@ -69,7 +71,12 @@ inline namespace literals {
 
 template <SymbolText name>
 Symbol *operator""_sym() {
-    static Symbol *const symbol = gensym(name.text);
+    static constinit std::atomic<Symbol *> known{nullptr};
+    Symbol *symbol = known.load(std::memory_order_acquire);
+    if (!symbol) { /* the first time, and as long as there is no memory for it */
+        symbol = gensym(name.text);
+        known.store(symbol, std::memory_order_release);
+    }
     return symbol;
 }
 

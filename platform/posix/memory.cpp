@@ -12,6 +12,11 @@
 #include <pthread.h>
 #include <signal.h>
 #include <ucontext.h>
+#if defined(__linux__)
+#include <linux/membarrier.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#endif
 
 #include <cerrno>
 
@@ -140,6 +145,16 @@ void probe_start() noexcept {
         return true;
     }();
     static_cast<void>(installed);
+}
+
+bool barrier_everywhere() noexcept {
+#if defined(__linux__)
+    const auto barrier = [](int command) { return syscall(SYS_membarrier, command, 0, 0) == 0; };
+    static const bool registered = barrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED);
+    return registered && barrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
+#else
+    return false;
+#endif
 }
 
 }  // namespace kiv::platform

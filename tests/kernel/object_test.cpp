@@ -223,17 +223,16 @@ TEST(Object, LightweightInstancesHaveTwoHeaderFields) {
 
 std::string order;
 
-TEST(Object, FreeingCancelsClocksBeforeTheSchedulerGoes) {
+TEST(Object, FreeingCancelsClocksAfterTheFreeFunction) {
     KernelHooks &hooks = kernel_hooks();
     const KernelHooks kept = hooks;
     hooks.cancel_clocks = [](Object *) { order += "clocks "; };
-    hooks.free_scheduler = [](Object *) { order += "scheduler "; };
     Class *const c = class_new("clocked", nullptr, method(+[](void *) { order += "free "; }),
                                sizeof(Object), nullptr, 0);
     auto *const x = static_cast<Object *>(object_alloc(c));
     obex_flags_set(x, ObexHasClocks);
     object_free(x);
-    EXPECT_EQ(order, "free clocks scheduler ");
+    EXPECT_EQ(order, "free clocks ");
     order.clear();
     object_free(object_alloc(c));  // without clocks nobody is asked
     EXPECT_EQ(order, "free ");

@@ -32,6 +32,10 @@ void *send(Outlet *out, const std::string &what) {
                           : outlet_anything(out, gensym(what.c_str()), 2, two);
 }
 
+char name_of(const Object *x) {
+    return reinterpret_cast<const Recorder *>(x)->name;
+}
+
 }  // namespace
 
 TEST(Outlet, ServesNewestConnectionFirst) {
@@ -390,6 +394,52 @@ TEST(Outlet, MonitorsAreToldFirst) {
     outlet_int(out, 5);
     EXPECT_EQ(take_messages(), Texts{"R int 5"});
     object_free(key);
+}
+
+// The stack as the debugger sees it before each delivery: "SENDER selector > receiver", innermost
+// first. It stops the send of "float".
+TEST(Outlet, TheDebuggerSeesEachDeliveryAndStopsSends) {
+    Recorder *a = recorder('A', "");
+    Recorder *b = recorder('B', "if");
+    Recorder *c = recorder('C', "if");
+    a->out = outlet_new(a, nullptr);
+    b->out = outlet_new(b, nullptr);
+    outlet_add(a->out, c);
+    outlet_add(a->out, b);
+    outlet_add(b->out, c);
+    on_message() = [](Recorder *x) {
+        if (x->name == 'B') {
+            outlet_int(x->out, 7);
+        }
+    };
+    static Texts seen;
+    message_debugging_set(
+        [](const MessageEntry *entry, Object *receiver, void *) {
+            std::string text;
+            EXPECT_EQ(entry, message_stack());
+            for (const MessageEntry *e = entry; e; e = e->outer) {
+                text += name_of(e->sender);
+                text +=
+                    std::string(" ") + e->selector->name + " " + text_of(e->argc, e->argv) + " ";
+            }
+            seen.push_back(text + "> " + name_of(receiver));
+            void *const made = message_entry_dictionary(entry, receiver);
+            EXPECT_TRUE(object_valid(made));
+            object_free(made);
+            return entry->selector == gensym("float");
+        },
+        nullptr);
+    EXPECT_EQ(outlet_int(a->out, 5), sent);
+    EXPECT_EQ(seen, (Texts{"A int 5 > B", "B int 7 A int 5 > C", "A int 5 > C"}));
+    EXPECT_EQ(message_stack(), nullptr);
+    take_messages();
+    EXPECT_EQ(outlet_float(a->out, 1.0), nullptr);
+    message_debugging_set(nullptr, nullptr);
+    on_message() = nullptr;
+    EXPECT_TRUE(take_messages().empty());
+    EXPECT_EQ(outlet_float(a->out, 1.0), sent);
+    EXPECT_EQ(seen.size(), 4u);
+    take_messages();
 }
 
 // A recording inlet and the pass-through outlet behind it stand for direct connections.

@@ -207,6 +207,22 @@ TEST_F(Registry, SubscribersAreAttachedWhenTheObjectComes) {
     }
 }
 
+// It could not be taken out of the list when it is freed.
+TEST_F(Registry, ObjectsWithoutARecordAreNoClients) {
+    void *const x = make_named('x', "name"_sym);
+    Class *const bare = make_class("bare");
+    class_obexoffset_set(bare, -1);
+    void *const client = make(bare, 'b');
+    EXPECT_EQ(object_attach(space_, "name"_sym, client), nullptr);
+    EXPECT_EQ(object_attach_byptr(client, x), ErrorGeneric);
+    EXPECT_EQ(object_subscribe(space_, "name"_sym, nullptr, client), nullptr);
+    object_free(client);
+    object_notify(x, "changed"_sym, nullptr);
+    EXPECT_EQ(told, "");
+    object_free(x);
+    class_free(bare);
+}
+
 TEST_F(Registry, NotificationSurvivesWhatItsClientsDo) {
     enum class Deed { free_next, free_self, free_sender, detach_all, attach_more };
     for (const Deed deed : {Deed::free_next, Deed::free_self, Deed::free_sender, Deed::detach_all,
