@@ -31,29 +31,20 @@ void destroy_entry(DictionaryEntry *entry) noexcept {
 }
 
 void destroy(Dictionary *dictionary) noexcept {
-    dictionary_clear(dictionary);
+    dictionary_empty(dictionary);
     const CriticalRef region = std::exchange(dictionary->transaction, nullptr);
     if (region && region != global_marker) {
         critical_free(region);
     }
 }
 
-// Frees the entry alone; its value stays with the caller.
-void discard(DictionaryEntry *entry) noexcept {
-    entry->value = {};
-    object_free(entry);
-}
-
 ErrorCode append_entry(Dictionary *dictionary, Symbol *key, Atom value, int32_t flags) noexcept {
-    auto *entry = static_cast<DictionaryEntry *>(object_alloc(state.entry_class));
+    DictionaryEntry *entry = dictionary_entry_new(key, value, flags);
     if (!entry) {
         return ErrorGeneric;
     }
-    entry->key = key;
-    entry->value = value;
-    entry->flags = flags;
     if (!dictionary_link(dictionary, entry)) {
-        discard(entry);
+        dictionary_entry_discard(entry);
         return ErrorGeneric;
     }
     return ErrorNone;
@@ -97,6 +88,21 @@ void dictionaries_start() noexcept {
     state.dictionary_class = c;
 }
 
+DictionaryEntry *dictionary_entry_new(Symbol *key, Atom value, int32_t flags) noexcept {
+    auto *entry = static_cast<DictionaryEntry *>(object_alloc(state.entry_class));
+    if (entry) {
+        entry->key = key;
+        entry->value = value;
+        entry->flags = flags;
+    }
+    return entry;
+}
+
+void dictionary_entry_discard(DictionaryEntry *entry) noexcept {
+    entry->value = {};
+    object_free(entry);
+}
+
 void free_entry_value(DictionaryEntry *entry) noexcept {
     const Atom value = std::exchange(entry->value, {});
     if (value.type != TypeObject || !value.value.obj ||
@@ -126,6 +132,9 @@ ErrorCode dictionary_store(Dictionary *dictionary, Symbol *key, Atom value,
                            int32_t flags) noexcept {
     if (!dictionary || !key) {
         return ErrorGeneric;
+    }
+    if (!dictionary_unpack(dictionary)) {
+        return ErrorOutOfMemory;
     }
     void *clone = nullptr;
     if (flags & append_clones) {
@@ -167,11 +176,7 @@ ErrorCode dictionary_clear(Dictionary *dictionary) noexcept {
     if (!dictionary) {
         return ErrorGeneric;
     }
-    // Fresh ones are made when they are needed. What freeing a value calls out to finds the
-    // dictionary empty.
-    Linklist *order = std::exchange(dictionary->order, nullptr);
-    hashtab_chuck(std::exchange(dictionary->table, nullptr));
-    object_free(order);
+    dictionary_empty(dictionary);
     return ErrorNone;
 }
 
@@ -191,7 +196,7 @@ ErrorCode dictionary_chuckentry(Dictionary *dictionary, Symbol *key) noexcept {
         return ErrorGeneric;
     }
     dictionary_unlink(dictionary, entry);
-    discard(entry);
+    dictionary_entry_discard(entry);
     return ErrorNone;
 }
 

@@ -83,6 +83,10 @@ void dictionary_funall(Dictionary *dictionary, DictionaryFunction function, void
     if (!dictionary || !function) {
         return;
     }
+    if (!dictionary_unpack(dictionary)) {
+        error("dictionary_funall: out of memory");
+        return;
+    }
     // The list's iteration survives any change that the function makes, the freeing of the
     // dictionary included.
     Visit call{function, arg};

@@ -64,9 +64,8 @@ class CloneWalk {
     }
 
     void *begin_dictionary(const Dictionary *source, Open &open) {
-        const Vector<DictionaryEntry *> entries = dictionary_entries(source);
         open.begin = open.next = pending_.size();
-        pending_.insert(pending_.end(), entries.begin(), entries.end());
+        dictionary_list(source, pending_);
         open.end = pending_.size();
         open.dictionary = dictionary_new();
         return open.dictionary;
@@ -102,10 +101,10 @@ class CloneWalk {
 
     bool step_dictionary(Open &top) {
         Dictionary *target = top.dictionary;
-        const DictionaryEntry *entry = pending_[top.next++];
+        const EntryView entry = pending_[top.next++];
         DictionaryEntry copy{};
-        copy.value = entry->value;
-        copy.flags = entry->flags;
+        copy.value = entry.value;
+        copy.flags = entry.flags;
         if (copy.value.type == TypeObject && !(copy.flags & (ContainerReference | ContainerData)) &&
             copy.value.value.obj) {
             void *x = nullptr;
@@ -121,7 +120,7 @@ class CloneWalk {
                 copy.flags |= ContainerReference;
             }
         }
-        if (dictionary_store(target, entry->key, copy.value, copy.flags) == ErrorNone) {
+        if (dictionary_store(target, entry.key, copy.value, copy.flags) == ErrorNone) {
             return true;
         }
         free_entry_value(&copy);
@@ -164,7 +163,7 @@ class CloneWalk {
 
     void *root_ = nullptr;
     Vector<Open> open_;
-    Vector<DictionaryEntry *> pending_;  // what the open dictionaries have to copy
+    Vector<EntryView> pending_;  // what the open dictionaries have to copy
 };
 
 // Copies the entries for which `wanted` answers true.
@@ -177,13 +176,15 @@ ErrorCode copy_entries(const Dictionary *source, Dictionary *target, Wanted want
         return ErrorNone;
     }
     try {
-        for (const DictionaryEntry *entry : dictionary_entries(source)) {
+        Vector<EntryView> entries;
+        dictionary_list(source, entries);
+        for (const EntryView &entry : entries) {
             const bool owned =
-                !(entry->flags & (ContainerReference | ContainerData | ContainerMemory));
-            const int32_t flags = owned ? entry->flags | append_clones
-                                        : (entry->flags & ~ContainerMemory) | ContainerReference;
-            if (wanted(entry)) {
-                const ErrorCode result = dictionary_store(target, entry->key, entry->value, flags);
+                !(entry.flags & (ContainerReference | ContainerData | ContainerMemory));
+            const int32_t flags = owned ? entry.flags | append_clones
+                                        : (entry.flags & ~ContainerMemory) | ContainerReference;
+            if (wanted(entry.key)) {
+                const ErrorCode result = dictionary_store(target, entry.key, entry.value, flags);
                 if (result != ErrorNone) {
                     return result;
                 }
@@ -260,6 +261,7 @@ ErrorCode dictionary_clone_to_existing(const Dictionary *source, Dictionary *tar
     }
     std::swap(copy->table, target->table);
     std::swap(copy->order, target->order);
+    std::swap(copy->packed, target->packed);
     object_free(copy);
     return ErrorNone;
 }
@@ -269,9 +271,9 @@ ErrorCode dictionary_copyentries(const Dictionary *source, Dictionary *target,
     if (!keys) {
         return ErrorGeneric;
     }
-    return copy_entries(source, target, [keys](const DictionaryEntry *entry) {
+    return copy_entries(source, target, [keys](const Symbol *wanted) {
         for (Symbol **key = keys; *key; ++key) {
-            if (*key == entry->key) {
+            if (*key == wanted) {
                 return true;
             }
         }
@@ -280,11 +282,10 @@ ErrorCode dictionary_copyentries(const Dictionary *source, Dictionary *target,
 }
 
 ErrorCode dictionary_copyunique(Dictionary *target, const Dictionary *source) noexcept {
-    return copy_entries(source, target, [target](const DictionaryEntry *entry) {
-        return !dictionary_hasentry(target, entry->key);
-    });
+    return copy_entries(source, target,
+                        [target](const Symbol *key) { return !dictionary_has(target, key); });
 }
 
 ErrorCode dictionary_merge_to_existing(const Dictionary *source, Dictionary *target) noexcept {
-    return copy_entries(source, target, [](const DictionaryEntry *) { return true; });
+    return copy_entries(source, target, [](const Symbol *) { return true; });
 }

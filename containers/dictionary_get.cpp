@@ -19,20 +19,11 @@ namespace kiv {
 
 namespace {
 
-DictionaryEntry *readable_entry(const Dictionary *dictionary, Symbol *key) noexcept {
-    DictionaryEntry *entry = dictionary_entry(dictionary, key);
-    if (entry) {
-        string_to_symbol(entry);
-    }
-    return entry;
-}
-
 // The object under a key when it is of a class, else null.
 void *object_of_class(const Dictionary *dictionary, Symbol *key, Symbol *name) noexcept {
-    const DictionaryEntry *entry = readable_entry(dictionary, key);
-    return entry && entry->value.type == TypeObject && is_of_class(entry->value.value.obj, name)
-               ? entry->value.value.obj
-               : nullptr;
+    const Atom *atom = dictionary_value(dictionary, key);
+    return atom && atom->type == TypeObject && is_of_class(atom->value.obj, name) ? atom->value.obj
+                                                                                  : nullptr;
 }
 
 template <class T>
@@ -77,13 +68,12 @@ int64_t truncated(double value) noexcept {
     return value >= limit ? INT64_MAX : value < -limit ? INT64_MIN : static_cast<int64_t>(value);
 }
 
-void atoms_of(DictionaryEntry *entry, int32_t *argc, Atom **argv) noexcept {
-    string_to_symbol(entry);
-    if (entry->value.type == TypeObject && is_atomarray(entry->value.value.obj)) {
-        atomarray_getatoms(static_cast<Atomarray *>(entry->value.value.obj), argc, argv);
+void atoms_of(Atom *value, int32_t *argc, Atom **argv) noexcept {
+    if (value->type == TypeObject && is_atomarray(value->value.obj)) {
+        atomarray_getatoms(static_cast<Atomarray *>(value->value.obj), argc, argv);
     } else {
         *argc = 1;
-        *argv = &entry->value;
+        *argv = value;
     }
 }
 
@@ -111,11 +101,11 @@ ErrorCode copy_atoms(int32_t count, const Atom *atoms, int32_t *argc, Atom **arg
 using namespace kiv;
 
 ErrorCode dictionary_getlong(const Dictionary *dictionary, Symbol *key, int64_t *value) noexcept {
-    const DictionaryEntry *entry = value ? readable_entry(dictionary, key) : nullptr;
-    if (!entry) {
+    const Atom *found = value ? dictionary_value(dictionary, key) : nullptr;
+    if (!found) {
         return ErrorGeneric;
     }
-    const Atom &atom = entry->value;
+    const Atom &atom = *found;
     *value = atom.type == TypeLong     ? atom.value.i
              : atom.type == TypeFloat  ? truncated(atom.value.f)
              : atom.type == TypeSymbol ? long_of(atom.value.sym)
@@ -124,11 +114,11 @@ ErrorCode dictionary_getlong(const Dictionary *dictionary, Symbol *key, int64_t 
 }
 
 ErrorCode dictionary_getfloat(const Dictionary *dictionary, Symbol *key, double *value) noexcept {
-    const DictionaryEntry *entry = value ? readable_entry(dictionary, key) : nullptr;
-    if (!entry) {
+    const Atom *found = value ? dictionary_value(dictionary, key) : nullptr;
+    if (!found) {
         return ErrorGeneric;
     }
-    const Atom &atom = entry->value;
+    const Atom &atom = *found;
     *value = atom.type == TypeLong     ? static_cast<double>(atom.value.i)
              : atom.type == TypeFloat  ? atom.value.f
              : atom.type == TypeSymbol ? float_of(atom.value.sym)
@@ -140,41 +130,41 @@ ErrorCode dictionary_getsym(const Dictionary *dictionary, Symbol *key, Symbol **
     if (!value) {
         return ErrorGeneric;
     }
-    const DictionaryEntry *entry = readable_entry(dictionary, key);
-    const bool found = entry && entry->value.type == TypeSymbol;
-    *value = found ? entry->value.value.sym : ""_sym;
+    const Atom *atom = dictionary_value(dictionary, key);
+    const bool found = atom && atom->type == TypeSymbol;
+    *value = found ? atom->value.sym : ""_sym;
     return found ? ErrorNone : ErrorGeneric;
 }
 
 ErrorCode dictionary_getatom(const Dictionary *dictionary, Symbol *key, Atom *value) noexcept {
-    const DictionaryEntry *entry = value ? readable_entry(dictionary, key) : nullptr;
-    if (!entry) {
+    const Atom *atom = value ? dictionary_value(dictionary, key) : nullptr;
+    if (!atom) {
         return ErrorGeneric;
     }
-    *value = entry->value;
+    *value = *atom;
     return ErrorNone;
 }
 
 ErrorCode dictionary_getstring(const Dictionary *dictionary, Symbol *key,
                                const char **value) noexcept {
-    const DictionaryEntry *entry = value ? readable_entry(dictionary, key) : nullptr;
-    if (entry && entry->value.type == TypeSymbol) {
-        *value = name_of(entry->value.value.sym);
+    const Atom *atom = value ? dictionary_value(dictionary, key) : nullptr;
+    if (atom && atom->type == TypeSymbol) {
+        *value = name_of(atom->value.sym);
         return ErrorNone;
     }
-    if (entry && entry->value.type == TypeObject && is_string(entry->value.value.obj)) {
-        *value = text_of(static_cast<String *>(entry->value.value.obj));
+    if (atom && atom->type == TypeObject && is_string(atom->value.obj)) {
+        *value = text_of(static_cast<String *>(atom->value.obj));
         return ErrorNone;
     }
     return ErrorGeneric;
 }
 
 ErrorCode dictionary_getobject(const Dictionary *dictionary, Symbol *key, void **value) noexcept {
-    const DictionaryEntry *entry = value ? readable_entry(dictionary, key) : nullptr;
-    if (!entry || entry->value.type != TypeObject) {
+    const Atom *atom = value ? dictionary_value(dictionary, key) : nullptr;
+    if (!atom || atom->type != TypeObject) {
         return ErrorGeneric;
     }
-    *value = entry->value.value.obj;
+    *value = atom->value.obj;
     return ErrorNone;
 }
 
@@ -193,11 +183,11 @@ ErrorCode dictionary_getatoms(const Dictionary *dictionary, Symbol *key, int32_t
     if (!argc || !argv) {
         return ErrorGeneric;
     }
-    DictionaryEntry *entry = dictionary_entry(dictionary, key);
-    if (!entry) {
+    Atom *value = dictionary_value(dictionary, key);
+    if (!value) {
         return ErrorGeneric;
     }
-    atoms_of(entry, argc, argv);
+    atoms_of(value, argc, argv);
     return ErrorNone;
 }
 
@@ -230,7 +220,7 @@ ErrorCode dictionary_getattribute(const Dictionary *dictionary, Symbol *key, Sym
 }
 
 int32_t dictionary_hasentry(const Dictionary *dictionary, Symbol *key) noexcept {
-    return dictionary_entry(dictionary, key) != nullptr;
+    return dictionary_has(dictionary, key);
 }
 
 int32_t dictionary_entryisdictionary(const Dictionary *dictionary, Symbol *key) noexcept {
@@ -318,7 +308,8 @@ ErrorCode dictionary_getkeys_ordered(const Dictionary *dictionary, int32_t *coun
     *count = 0;
     *keys = nullptr;
     try {
-        const Vector<DictionaryEntry *> entries = dictionary_entries(dictionary);
+        Vector<EntryView> entries;
+        dictionary_list(dictionary, entries);
         if (entries.empty()) {
             return ErrorNone;
         }
@@ -327,8 +318,8 @@ ErrorCode dictionary_getkeys_ordered(const Dictionary *dictionary, int32_t *coun
         if (!*keys) {
             return ErrorOutOfMemory;
         }
-        for (const DictionaryEntry *entry : entries) {
-            (*keys)[(*count)++] = entry->key;
+        for (const EntryView &entry : entries) {
+            (*keys)[(*count)++] = entry.key;
         }
         return ErrorNone;
     } catch (const std::bad_alloc &) {
@@ -357,6 +348,7 @@ void dictionary_entry_getvalues(DictionaryEntry *entry, int32_t *argc, Atom **ar
     *argc = 0;
     *argv = nullptr;
     if (entry) {
-        atoms_of(entry, argc, argv);
+        string_to_symbol(entry);
+        atoms_of(&entry->value, argc, argv);
     }
 }

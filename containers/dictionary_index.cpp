@@ -1,30 +1,46 @@
-// How a dictionary finds its entries.
+// How a dictionary finds its entries. It takes three forms, each made when it is first needed:
 //
-// Most dictionaries are small, and documents hold very many of them: so the order list is made with
-// the first entry, and the table only when there are more than `most_walked`; until then a look-up
-// walks the list. Whoever finds no memory for the table goes on walking.
+// - Packed: keys and values in one block, without records of their own. So begins a small
+// dictionary
+//   that is read as a whole, of which documents hold very many and most are only read.
+// - Listed: the order list holds a record for each entry. A dictionary takes this form when it is
+//   first changed, or when somebody wants to see records, and never goes back.
+// - Indexed: a table beside the list, once there are more than `most_walked` entries; until then a
+//   look-up walks. Whoever finds no memory for the table goes on walking.
 //
 // Invariants:
-// 1. The order list holds every entry and owns it. An entry remembers its element there, so that it
-//    is removed without a search.
-// 2. If there is a table, it refers to the same entries. It is made from the list under the list's
+// 1. The order list, if any, holds every entry and owns it. An entry remembers its element there,
+// so
+//    that it is removed without a search.
+// 2. Nothing in a packed block changes, and no value in it is a string that a symbol could hold.
+// When there is a list, the block's values have moved there;
+//    the block stays until the dictionary is emptied, for whoever is still reading it.
+// 3. If there is a table, it refers to the same entries. It is made from the list under the list's
 //    lock; an entry is therefore put into the table by whoever appends it, if the table was there
 //    when the list's lock was held, and by whoever makes the table otherwise. Likewise it leaves
 //    the list first, and then the table if one is there by then.
-// 3. The table is always emptied with chuck semantics: it never frees an entry.
+// 4. The table is always emptied with chuck semantics: it never frees an entry.
 //
 // No lock is held while the table notifies its clients.
 #include <algorithm>
 #include <atomic>
+#include <utility>
 
+#include "containers/free_nested.h"
 #include "containers/linklist_record.h"
 #include "containers/values.h"
 
 namespace kiv {
 
-namespace {
+// The pairs follow the count in one block.
+struct PackedEntries {
+    int64_t count;
 
-constexpr int32_t most_walked = 16;
+    KeyValue *begin() noexcept { return reinterpret_cast<KeyValue *>(this + 1); }
+    KeyValue *end() noexcept { return begin() + count; }
+};
+
+namespace {
 
 Linklist *order_of(const Dictionary *dictionary) noexcept {
     return std::atomic_ref(const_cast<Linklist *&>(dictionary->order))
@@ -36,15 +52,55 @@ Hashtab *table_of(const Dictionary *dictionary) noexcept {
         .load(std::memory_order_acquire);
 }
 
+// The pair under a key of a packed dictionary, or null.
+KeyValue *packed_find(const Dictionary *dictionary, const Symbol *key) noexcept {
+    if (dictionary->packed) {
+        for (KeyValue &pair : *dictionary->packed) {
+            if (pair.key == key) {
+                return &pair;
+            }
+        }
+    }
+    return nullptr;
+}
+
+// Frees a list of records whose values are somebody else's.
+void discard_list(Linklist *order) noexcept {
+    for (LinklistElement *element = order->head; element; element = element->next) {
+        static_cast<DictionaryEntry *>(element->item)->value = {};
+    }
+    object_free(order);
+}
+
+// A list of records for the packed pairs, if any; null on no memory.
+Linklist *list_packed(PackedEntries *packed) noexcept {
+    Linklist *order = linklist_new();
+    if (!order || !packed) {
+        return order;
+    }
+    for (const KeyValue &pair : *packed) {
+        DictionaryEntry *entry = dictionary_entry_new(pair.key, pair.value, 0);
+        if (entry && (entry->element = element_append(order, entry))) {
+            continue;
+        }
+        if (entry) {
+            dictionary_entry_discard(entry);
+        }
+        discard_list(order);
+        return nullptr;
+    }
+    return order;
+}
+
 Linklist *order_make(Dictionary *dictionary) noexcept {
     if (Linklist *order = order_of(dictionary)) {
         return order;
     }
-    Linklist *made = linklist_new();
+    Linklist *made = list_packed(dictionary->packed);
     Linklist *present = nullptr;
     if (made && !std::atomic_ref(dictionary->order)
                      .compare_exchange_strong(present, made, std::memory_order_acq_rel)) {
-        object_free(made);
+        discard_list(made);
         made = present;
     }
     return made;
@@ -82,15 +138,11 @@ void table_make(Dictionary *dictionary, Linklist *order) noexcept {
     hashtab_chuck(table);
 }
 
-}  // namespace
-
-DictionaryEntry *dictionary_entry(const Dictionary *dictionary, Symbol *key) noexcept {
-    if (!dictionary) {
-        return nullptr;
-    }
+// The record of an entry in the list, or null.
+DictionaryEntry *find_record(const Dictionary *dictionary, const Symbol *key) noexcept {
     if (Hashtab *table = table_of(dictionary)) {
         void *entry = nullptr;
-        hashtab_lookup(table, key, &entry);
+        hashtab_lookup(table, const_cast<Symbol *>(key), &entry);
         return static_cast<DictionaryEntry *>(entry);
     }
     Linklist *order = order_of(dictionary);
@@ -105,6 +157,73 @@ DictionaryEntry *dictionary_entry(const Dictionary *dictionary, Symbol *key) noe
         }
     }
     return nullptr;
+}
+
+}  // namespace
+
+bool dictionary_pack(Dictionary *dictionary, int32_t count, const KeyValue *pairs) noexcept {
+    if (count == 0) {
+        return true;
+    }
+    const auto bytes = static_cast<int64_t>(sizeof(PackedEntries)) +
+                       int64_t{count} * static_cast<int64_t>(sizeof(KeyValue));
+    auto *packed = static_cast<PackedEntries *>(sysmem_newptr(bytes));
+    if (!packed) {
+        return false;
+    }
+    packed->count = count;
+    std::copy_n(pairs, count, packed->begin());
+    dictionary->packed = packed;
+    return true;
+}
+
+bool dictionary_unpack(Dictionary *dictionary) noexcept {
+    return !dictionary->packed || order_make(dictionary);
+}
+
+// What freeing a value calls out to finds the dictionary empty.
+void dictionary_empty(Dictionary *dictionary) noexcept {
+    Linklist *order = std::exchange(dictionary->order, nullptr);
+    PackedEntries *packed = std::exchange(dictionary->packed, nullptr);
+    hashtab_chuck(std::exchange(dictionary->table, nullptr));
+    if (packed && !order) {
+        for (const KeyValue &pair : *packed) {
+            if (pair.value.type == TypeObject && pair.value.value.obj) {
+                free_nested(pair.value.value.obj);
+            }
+        }
+    }
+    sysmem_freeptr(packed);
+    object_free(order);
+}
+
+DictionaryEntry *dictionary_entry(const Dictionary *dictionary, Symbol *key) noexcept {
+    if (!dictionary || !dictionary_unpack(const_cast<Dictionary *>(dictionary))) {
+        return nullptr;
+    }
+    return find_record(dictionary, key);
+}
+
+Atom *dictionary_value(const Dictionary *dictionary, Symbol *key) noexcept {
+    if (!dictionary) {
+        return nullptr;
+    }
+    if (dictionary->packed && !order_of(dictionary)) {
+        KeyValue *pair = packed_find(dictionary, key);
+        return pair ? &pair->value : nullptr;
+    }
+    DictionaryEntry *entry = find_record(dictionary, key);
+    if (!entry) {
+        return nullptr;
+    }
+    string_to_symbol(entry);
+    return &entry->value;
+}
+
+bool dictionary_has(const Dictionary *dictionary, const Symbol *key) noexcept {
+    return dictionary &&
+           (dictionary->packed && !order_of(dictionary) ? packed_find(dictionary, key) != nullptr
+                                                        : find_record(dictionary, key) != nullptr);
 }
 
 bool dictionary_link(Dictionary *dictionary, DictionaryEntry *entry) noexcept {
@@ -143,17 +262,23 @@ void dictionary_unlink(Dictionary *dictionary, DictionaryEntry *entry) noexcept 
     }
 }
 
-Vector<DictionaryEntry *> dictionary_entries(const Dictionary *dictionary) {
-    Vector<DictionaryEntry *> entries;
+void dictionary_list(const Dictionary *dictionary, Vector<EntryView> &out) {
     Linklist *order = dictionary ? order_of(dictionary) : nullptr;
-    if (order) {
-        entries.resize(static_cast<size_t>(linklist_getsize(order)));
-        entries.resize(
-            static_cast<size_t>(linklist_makearray(order, reinterpret_cast<void **>(entries.data()),
-                                                   static_cast<int32_t>(entries.size()))));
-        std::erase(entries, nullptr);  // items whose removal waits for the end of an iteration
+    if (!order) {
+        if (dictionary && dictionary->packed) {
+            for (const KeyValue &pair : *dictionary->packed) {
+                out.push_back({pair, 0});
+            }
+        }
+        return;
     }
-    return entries;
+    const ListLock lock(order, Access::read);
+    for (const LinklistElement *element = order->head; element; element = element->next) {
+        // An item whose removal waits for the end of an iteration is gone already.
+        if (const auto *entry = static_cast<const DictionaryEntry *>(element->item)) {
+            out.push_back({{entry->key, entry->value}, entry->flags});
+        }
+    }
 }
 
 }  // namespace kiv
@@ -166,6 +291,9 @@ int32_t dictionary_getentrycount(const Dictionary *dictionary) noexcept {
     }
     Linklist *order = dictionary ? order_of(dictionary) : nullptr;
     int32_t count = 0;
+    if (!order && dictionary && dictionary->packed) {
+        return static_cast<int32_t>(dictionary->packed->count);
+    }
     if (order) {
         const ListLock lock(order, Access::read);
         for (const LinklistElement *element = order->head; element; element = element->next) {

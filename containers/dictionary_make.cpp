@@ -49,9 +49,10 @@ class Dump {
 
   private:
     void push_entries(const Dictionary *dictionary, int32_t depth) {
-        const Vector<DictionaryEntry *> entries = dictionary_entries(dictionary);
+        Vector<EntryView> entries;
+        dictionary_list(dictionary, entries);
         for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-            lines_.push_back({(*entry)->key->name, (*entry)->value, depth});
+            lines_.push_back({entry->key->name, entry->value, depth});
         }
     }
 

@@ -67,10 +67,8 @@ class ToAtoms {
                 {array, 0, 0, static_cast<size_t>(array->count), enclosed ? "]" : nullptr});
             return;
         }
-        const Vector<DictionaryEntry *> entries =
-            dictionary_entries(static_cast<const Dictionary *>(x));
         const size_t first = pending_.size();
-        pending_.insert(pending_.end(), entries.begin(), entries.end());
+        dictionary_list(static_cast<const Dictionary *>(x), pending_);
         if (enclosed) {
             put("{");
         }
@@ -95,9 +93,9 @@ class ToAtoms {
             put_value(top.array->atoms[i], true);
             return;
         }
-        const DictionaryEntry *entry = pending_[i];
-        atoms_.push_back(atom_of(symbol_with(entry->key->name, ":")));
-        const Atom &value = entry->value;
+        const EntryView &entry = pending_[i];
+        atoms_.push_back(atom_of(symbol_with(entry.key->name, ":")));
+        const Atom value = entry.value;
         const bool list = value.type == TypeObject && is_atomarray(value.value.obj) &&
                           static_cast<const Atomarray *>(value.value.obj)->count > 1;
         put_value(value, !list);
@@ -132,7 +130,7 @@ class ToAtoms {
 
     Vector<Atom> atoms_;
     Vector<Open> open_;
-    Vector<DictionaryEntry *> pending_;
+    Vector<EntryView> pending_;
 };
 
 class FromAtoms {

@@ -118,6 +118,8 @@ constexpr bool json_is_string(int state) {
 using JsonRow = std::array<uint8_t, JsonClassCount>;
 extern const std::array<JsonRow, JsonStateCount> json_transitions;
 extern const std::array<uint8_t, 256> json_classes;
+// The bytes that stand for themselves in a string.
+extern const std::array<bool, 256> json_is_plain;
 
 // --- The reader's errors (json_error.cpp) --------------------------------------------------------
 

@@ -3,9 +3,10 @@
 // A table (json_table.cpp) decides, byte by byte, what follows what; runs of plain string bytes,
 // blanks and digits are taken at once. Open containers are a stack on the heap, not recursion.
 //
-// Values wait on one shared stack of atoms: a dictionary's value until the "," or "}" after it, an
-// array's until its "]". What is neither finished nor stored when an error occurs is freed with the
-// parser. Line and character of an error are counted only once it has occurred.
+// Values wait on one shared stack of atoms: a dictionary's value until the "," or "}" after it,
+// when it joins the dictionary's pairs on another stack, an array's until its "]". What is neither
+// finished nor stored when an error occurs is freed with the parser. Line and character of an error
+// are counted only once it has occurred.
 //
 // Decisions about values: true and false are the integers 1 and 0; null is an atom of type 0;
 // integers beyond 64 bits become the nearest there is; strings too long for a symbol stay string
@@ -16,8 +17,10 @@
 #include <kiv/object.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 #include <string_view>
 #include <utility>
@@ -36,6 +39,8 @@ struct StackEntry {
     Dictionary *dictionary;  // null for an array
     Symbol *key;             // of the value that comes next, or null
     size_t first;            // where its waiting values begin
+    size_t first_pair;       // where its waiting pairs begin
+    bool stored;             // its pairs are stored as they come: it has too many to be packed
     StackEntry *below;
 };
 
@@ -71,10 +76,12 @@ class Parser {
     bool open(bool dictionary);
     bool close(bool dictionary, bool empty);
     bool store_value();
+    bool store_pairs();
     bool add(Atom atom);
 
     void begin_string() noexcept;
     bool end_string();
+    Symbol *key_symbol(std::string_view name);
     void flush_run();
     void append_escape(char c);
     void add_hex_digit(char c) noexcept;
@@ -92,12 +99,14 @@ class Parser {
     StackEntry *spare_ = nullptr;  // closed entries, for reuse
     int32_t depth_ = 0;
     Vector<Atom> values_;
+    Vector<KeyValue> pairs_;  // of open dictionaries
 
     const char *token_ = nullptr;  // start of the current number, or of a string's current run
     Text string_;                  // the string so far
-    uint32_t code_ = 0;            // of the \u escape being read
-    uint32_t high_ = 0;            // first half of a surrogate pair, waiting for the second
-    bool key_next_ = false;        // the next string is a key
+    std::array<Symbol *, 64> known_keys_{};  // those met last, by a hash of their own
+    uint32_t code_ = 0;                      // of the \u escape being read
+    uint32_t high_ = 0;      // first half of a surrogate pair, waiting for the second
+    bool key_next_ = false;  // the next string is a key
 
     int error_state_ = -1;
     const char *error_message_ = nullptr;  // instead of the message of a state
@@ -107,6 +116,11 @@ Parser::~Parser() {
     for (const Atom &atom : values_) {
         if (atom.type == TypeObject) {
             object_free(atom.value.obj);
+        }
+    }
+    for (const KeyValue &pair : pairs_) {
+        if (pair.value.type == TypeObject) {
+            object_free(pair.value.value.obj);
         }
     }
     for (StackEntry *entry = top_; entry;) {
@@ -158,6 +172,12 @@ Object *Parser::run() {
 
 // Skips what keeps the state as it is.
 void Parser::take_run() noexcept {
+    if (state_ == JsonString) {
+        while (at_ < end_ && json_is_plain[static_cast<unsigned char>(*at_)]) {
+            ++at_;
+        }
+        return;
+    }
     const JsonRow &row = json_transitions[static_cast<size_t>(state_)];
     while (at_ < end_ && row[class_of_byte(*at_)] == state_) {
         ++at_;
@@ -275,6 +295,8 @@ bool Parser::open(bool dictionary) {
     entry->dictionary = dictionary ? dictionary_new() : nullptr;
     entry->key = nullptr;
     entry->first = values_.size();
+    entry->first_pair = pairs_.size();
+    entry->stored = false;
     entry->below = top_;
     top_ = entry;
     ++depth_;
@@ -293,6 +315,12 @@ bool Parser::close(bool dictionary, bool empty) {
         if (!empty && !store_value()) {
             return false;
         }
+        const size_t first = top_->first_pair;
+        if (!dictionary_pack(top_->dictionary, static_cast<int32_t>(pairs_.size() - first),
+                             pairs_.data() + first)) {
+            return fail("out of memory");
+        }
+        pairs_.resize(first);
         atom = atom_of_object(std::exchange(top_->dictionary, nullptr));
     } else {
         const size_t count = waiting();
@@ -314,7 +342,8 @@ bool Parser::close(bool dictionary, bool empty) {
     return add(atom);
 }
 
-// Moves a dictionary's waiting value under its key.
+// Moves a dictionary's waiting value under its key: among its pairs, or into the dictionary once it
+// has more of them than can be packed.
 bool Parser::store_value() {
     if (waiting() != 1) {
         error("jsonreader_pop: MODE_DICTIONARY: argc not 1!");
@@ -324,11 +353,36 @@ bool Parser::store_value() {
         error("jsonreader_pop: MODE_OBJECT: e1 is not an obj!");
         return fail(JsonSyntaxError);
     }
-    if (dictionary_store(top_->dictionary, top_->key, values_.back(), 0) != ErrorNone) {
-        return fail("out of memory");
+    const KeyValue pair{top_->key, values_.back()};
+    for (size_t i = top_->first_pair; i < pairs_.size(); ++i) {
+        if (pairs_[i].key == pair.key) {
+            const Atom old = std::exchange(pairs_[i].value, pair.value);
+            values_.pop_back();
+            if (old.type == TypeObject) {
+                object_free(old.value.obj);
+            }
+            return true;
+        }
     }
+    pairs_.push_back(pair);
     values_.pop_back();
-    return true;
+    const bool many = pairs_.size() - top_->first_pair > static_cast<size_t>(most_walked);
+    return (!many && !top_->stored) || store_pairs();
+}
+
+bool Parser::store_pairs() {
+    size_t i = top_->first_pair;
+    for (; i < pairs_.size(); ++i) {
+        const KeyValue &pair = pairs_[i];
+        if (dictionary_store(top_->dictionary, pair.key, pair.value, 0) != ErrorNone) {
+            break;
+        }
+    }
+    // What is stored is the dictionary's; what is left goes with the parser.
+    pairs_.erase(pairs_.begin() + static_cast<ptrdiff_t>(top_->first_pair),
+                 pairs_.begin() + static_cast<ptrdiff_t>(i));
+    top_->stored = true;
+    return pairs_.size() == top_->first_pair || fail("out of memory");
 }
 
 bool Parser::add(Atom atom) {
@@ -374,7 +428,32 @@ void Parser::flush_run() {
     string_.append(token_, at_);
 }
 
+// The symbol of a key. Documents repeat few keys very often: the last ones are remembered.
+Symbol *Parser::key_symbol(std::string_view name) {
+    const size_t hash = name.empty()
+                            ? 0
+                            : name.size() * 31 + static_cast<unsigned char>(name.front()) * 7 +
+                                  static_cast<unsigned char>(name.back());
+    Symbol *&known = known_keys_[hash % known_keys_.size()];
+    if (known && std::strncmp(known->name, name.data(), name.size()) == 0 &&
+        known->name[name.size()] == '\0') {
+        return known;
+    }
+    string_.assign(name);
+    known = gensym(string_.c_str());
+    return known;
+}
+
 bool Parser::end_string() {
+    if (key_next_ && string_.empty() && !high_ && at_ - token_ <= 64) {
+        top_->key = key_symbol({token_, static_cast<size_t>(at_ - token_)});
+        if (!top_->key) {
+            return fail("out of memory");
+        }
+        key_next_ = false;
+        state_ = JsonAfterKey;
+        return true;
+    }
     flush_run();
     if (high_) {
         append_utf8(std::exchange(high_, 0));

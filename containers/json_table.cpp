@@ -128,9 +128,20 @@ constexpr std::array<uint8_t, 256> make_classes() {
     return classes;
 }
 
+constexpr std::array<bool, 256> make_plain() {
+    const auto classes = make_classes();
+    const auto transitions = make_transitions();
+    std::array<bool, 256> plain{};
+    for (size_t byte = 0; byte < plain.size(); ++byte) {
+        plain[byte] = transitions[JsonString][classes[byte]] == JsonString;
+    }
+    return plain;
+}
+
 }  // namespace
 
 constinit const std::array<JsonRow, JsonStateCount> json_transitions = make_transitions();
 constinit const std::array<uint8_t, 256> json_classes = make_classes();
+constinit const std::array<bool, 256> json_is_plain = make_plain();
 
 }  // namespace kiv

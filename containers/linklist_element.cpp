@@ -111,7 +111,8 @@ void element_link_before(Linklist *list, LinklistElement *element,
     element->previous = place ? place->previous : list->tail;
     (element->previous ? element->previous->next : list->head) = element;
     (place ? place->previous : list->tail) = element;
-    list->count.fetch_add(1, std::memory_order_relaxed);
+    // Only readers do without the lock.
+    list->count.store(list->count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 
 LinklistElement *element_insert_before(Linklist *list, void *item,

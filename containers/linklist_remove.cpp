@@ -113,7 +113,7 @@ void element_unlink(Linklist *list, LinklistElement *element) noexcept {
     walks_skip(list, element);
     (element->previous ? element->previous->next : list->head) = element->next;
     (element->next ? element->next->previous : list->tail) = element->previous;
-    list->count.fetch_sub(1, std::memory_order_relaxed);
+    list->count.store(list->count.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
 }
 
 void element_free(Linklist *list, LinklistElement *element) noexcept {

@@ -32,6 +32,10 @@ struct Atomarray {
     void *obex;
 };
 
+namespace kiv {
+struct PackedEntries;
+}
+
 // Everything but the header is made when it is first needed (dictionary_index.cpp).
 struct Dictionary {
     Object ob;
@@ -39,6 +43,7 @@ struct Dictionary {
     Linklist *order;          // the same entries in insertion order; owns them
     CriticalRef transaction;  // owned; all ones: the global region
     void *obex;
+    kiv::PackedEntries *packed;  // owned; how a small dictionary begins that was read as a whole
 };
 
 struct DictionaryEntry {
@@ -102,13 +107,37 @@ ErrorCode dictionary_store(Dictionary *dictionary, Symbol *key, Atom value, int3
 
 // --- The index (dictionary_index.cpp) ------------------------------------------------------------
 
+// A pair of a dictionary that is read as a whole, and what a walk sees of an entry.
+struct KeyValue {
+    Symbol *key;
+    Atom value;
+};
+struct EntryView : KeyValue {
+    int32_t flags;
+};
+// Most entries that look-ups walk through.
+inline constexpr int32_t most_walked = 16;
+
+// Fills a new dictionary with at most `most_walked` pairs of different keys, whose objects become
+// its own. False on no memory.
+bool dictionary_pack(Dictionary *dictionary, int32_t count, const KeyValue *pairs) noexcept;
+// Gives each entry its record, without which nothing can be changed. False on no memory.
+bool dictionary_unpack(Dictionary *dictionary) noexcept;
+// Takes everything out and frees it.
+void dictionary_empty(Dictionary *dictionary) noexcept;
+
+// The record of an entry, for changing it; the dictionary is unpacked.
 DictionaryEntry *dictionary_entry(const Dictionary *dictionary, Symbol *key) noexcept;
+// The value under a key, for reading: string values were turned into symbols. Null when there is
+// none.
+Atom *dictionary_value(const Dictionary *dictionary, Symbol *key) noexcept;
+bool dictionary_has(const Dictionary *dictionary, const Symbol *key) noexcept;
 // Appends an entry; false on no memory. The dictionary frees it from then on.
 bool dictionary_link(Dictionary *dictionary, DictionaryEntry *entry) noexcept;
 // Takes an entry out, for the caller to free.
 void dictionary_unlink(Dictionary *dictionary, DictionaryEntry *entry) noexcept;
-// The entries in their order at this moment; throws std::bad_alloc.
-Vector<DictionaryEntry *> dictionary_entries(const Dictionary *dictionary);
+// Appends the entries in their order at this moment; throws std::bad_alloc.
+void dictionary_list(const Dictionary *dictionary, Vector<EntryView> &out);
 // Turns a string value into the symbol of its text where a symbol can hold it.
 void string_to_symbol(DictionaryEntry *entry) noexcept;
 
@@ -125,6 +154,10 @@ bool clone_object_atoms(int32_t count, Atom *atoms) noexcept;
 // so that both owners may free it; null when it counts none.
 void *kept_object(void *x) noexcept;
 
+// A record that belongs to no dictionary yet; null on no memory.
+DictionaryEntry *dictionary_entry_new(Symbol *key, Atom value, int32_t flags) noexcept;
+// Frees a record alone; its value stays with the caller.
+void dictionary_entry_discard(DictionaryEntry *entry) noexcept;
 // Frees what an entry owns, if anything, and leaves it without a value.
 void free_entry_value(DictionaryEntry *entry) noexcept;
 

@@ -174,8 +174,9 @@ void overflow_end(SendState &thread) noexcept {
 }
 
 void overflow_forget(const Object *x) noexcept {
-    Object *last = const_cast<Object *>(x);
-    state().last_object.compare_exchange_strong(last, nullptr);
+    if (Object *last = state().last_object.load(); last == x) {
+        state().last_object.compare_exchange_strong(last, nullptr);
+    }
     if (!state().reports.load()) {
         return;
     }

@@ -1,3 +1,4 @@
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <random>
@@ -5,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "containers/json.h"
 #include "containers/values_support.h"
 
 namespace kiv::test {
@@ -108,6 +110,31 @@ TEST(JsonWriter, RefusesWhatIsNestedTooDeeply) {
 }
 
 // --- Reading -------------------------------------------------------------------------------------
+
+// Fifteen decimals, exactly as the formatted output of the language has them.
+TEST(JsonWriter, WritesFloatsToTheLastDigit) {
+    std::mt19937_64 random(15);
+    for (int i = 0; i < 20000; ++i) {
+        const uint64_t bits = random();
+        double value = std::bit_cast<double>(bits);
+        if (i % 4) {
+            value =
+                std::ldexp(static_cast<double>(bits >> (i % 53)), static_cast<int>(i % 90) - 80);
+        }
+        if (!std::isfinite(value)) {
+            continue;
+        }
+        char digits[400];
+        std::snprintf(digits, sizeof digits, "%0.15f", i % 3 ? value : -value);
+        std::string expected = digits;
+        while (expected.ends_with('0') && expected[expected.size() - 2] != '.') {
+            expected.pop_back();
+        }
+        Text text;
+        json_append_atom(float_atom(i % 3 ? value : -value), text);
+        ASSERT_EQ(std::string_view(text), expected) << i;
+    }
+}
 
 TEST(JsonReader, ReadsValues) {
     const struct {
