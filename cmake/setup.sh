@@ -37,6 +37,13 @@ ensure_fuzz_tools() {
         install_packages clang libclang-rt-14-dev
 }
 
+# The cross compiler, Wine, and the libraries that are built for Windows here or come so.
+ensure_win64_tools() {
+    installed_all x86_64-w64-mingw32-g++-posix /usr/lib/wine/wine64 /usr/src/googletest/CMakeLists.txt \
+        /usr/x86_64-w64-mingw32/include/zlib.h ||
+        install_packages g++-mingw-w64-x86-64-posix wine64 googletest libz-mingw-w64-dev
+}
+
 # build_preset PRESET [TARGET...]: configures once, then builds. Run from the project's folder.
 build_preset() {
     local preset=$1
