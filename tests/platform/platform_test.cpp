@@ -216,7 +216,7 @@ TEST(Files, WriteReplaceVisitRemove) {
     EXPECT_TRUE(file_replace(first.c_str(), second.c_str()));
     EXPECT_FALSE(file_info(first.c_str()).exists);
     EXPECT_EQ(file_info(second.c_str()).size, 8);
-    EXPECT_TRUE(file_info(folder.c_str()).folder);
+    EXPECT_TRUE(file_info(folder.string().c_str()).folder);
 
     File *file = file_open(second.c_str(), FileMode::read, nullptr);
     ASSERT_NE(file, nullptr);
@@ -227,7 +227,7 @@ TEST(Files, WriteReplaceVisitRemove) {
 
     std::vector<std::string> seen;
     EXPECT_TRUE(folder_visit(
-        folder.c_str(),
+        folder.string().c_str(),
         [](const char *name, bool is_folder, void *list) {
             static_cast<std::vector<std::string> *>(list)->push_back(
                 name + std::string(is_folder ? "/" : ""));
