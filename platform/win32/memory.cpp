@@ -58,4 +58,9 @@ void probe_start() noexcept {
     static_cast<void>(installed);
 }
 
+bool barrier_everywhere() noexcept {
+    FlushProcessWriteBuffers();
+    return true;
+}
+
 }  // namespace kiv::platform
