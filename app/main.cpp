@@ -39,29 +39,47 @@ void add_search_folders(const Options &options) {
 }
 
 Object *load(const std::string &document) {
-    if (document == "-") {
-        const std::string text = read_standard_input();
-        return document_load_text(text.c_str(), static_cast<int64_t>(text.size()));
+    if (document != "-") {
+        return document_load(document.c_str(), nullptr);
     }
-    return document_load(document.c_str(), nullptr);
+    const std::string text = read_standard_input();
+    if (text.empty()) {
+        error("standard input: not a patcher document");
+        return nullptr;
+    }
+    return document_load_text(text.c_str(), static_cast<int64_t>(text.size()));
 }
 
-// False when a document could not be loaded, or the first could not be saved.
-bool load_documents(const Options &options) {
-    bool all = true;
+bool save(Object *patcher, const std::string &file) {
+    if (!object_isvalid(patcher)) {
+        error("%s: not written: there is no patcher of the first document", file.c_str());
+        return false;
+    }
+    if (const int32_t failure = patcher_save(patcher, file.c_str(), 0)) {
+        error("%s: cannot be written: error %d", file.c_str(), failure);
+        return false;
+    }
+    return true;
+}
+
+struct Loaded {
+    size_t count;
+    bool fine;  // all of them, and the first was saved if that was asked for
+};
+
+Loaded load_documents(const Options &options) {
+    Loaded loaded{0, true};
     Object *first = nullptr;
     for (const std::string &document : options.documents) {
         Object *const patcher = load(document);
-        all = all && patcher;
-        first = first ? first : patcher;
+        loaded.count += patcher ? 1 : 0;
+        first = &document == options.documents.data() ? patcher : first;
     }
-    if (!options.save_file.empty() && first) {
-        if (const int32_t failure = patcher_save(first, options.save_file.c_str(), 0)) {
-            error("%s: cannot be written: error %d", options.save_file.c_str(), failure);
-            all = false;
-        }
+    loaded.fine = loaded.count == options.documents.size();
+    if (!options.save_file.empty()) {
+        loaded.fine &= save(first, options.save_file);
     }
-    return all;
+    return loaded;
 }
 
 int run(const Options &options) {
@@ -76,17 +94,21 @@ int run(const Options &options) {
     }
     overdrive_set(options.overdrive && !options.offline);
     add_search_folders(options);
-    const bool loaded = load_documents(options);
+    const Loaded loaded = load_documents(options);
     for (const std::string &text : options.sends) {
         evaluate(text);
     }
     if (options.interactive) {
         interactive_start();
     }
-    main_loop(options);
+    Options running = options;
+    if (loaded.count == 0 && !options.interactive) {
+        running.run_seconds = 0.0;  // there is nothing to run, nor anybody to load something
+    }
+    main_loop(running);
     shutdown();
     std::fflush(nullptr);
-    return loaded ? 0 : 1;
+    return loaded.fine ? 0 : 1;
 }
 
 }  // namespace

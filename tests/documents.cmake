@@ -24,3 +24,8 @@ endfunction()
 
 kiv_add_document_tests(examples ${CMAKE_SOURCE_DIR}/examples)
 kiv_add_document_tests(docs ${CMAKE_SOURCE_DIR}/tests/docs)
+
+add_test(NAME host.CommandLine
+    COMMAND ${CMAKE_COMMAND} -DKIV=$<TARGET_FILE:kiv> -DWORK=${CMAKE_CURRENT_BINARY_DIR}/host
+        -P ${CMAKE_SOURCE_DIR}/tests/docs/host.cmake)
+set_tests_properties(host.CommandLine PROPERTIES TIMEOUT 120)
