@@ -29,6 +29,7 @@ int32_t find(const Bag *x, const Atom &number) {
 }
 
 void number(Bag *x, Atom value) {
+    const Guard guard;
     const int32_t found = find(x, value);
     if (!x->adding && found >= 0) {
         atomarray_chuckindex(x->numbers, found);
@@ -58,8 +59,9 @@ void list(Bag *x, Symbol *selector, int32_t argc, Atom *argv) {
 void bang(Bag *x) {
     int32_t count = 0;
     Atom *numbers = nullptr;
-    if (atomarray_copyatoms(x->numbers, &count, &numbers) != ErrorNone) {
-        return;
+    {
+        const Guard guard;
+        atomarray_copyatoms(x->numbers, &count, &numbers);
     }
     for (int32_t i = 0; i < count && object_isvalid(x); ++i) {
         send_number(x->out, numbers[i]);
@@ -67,16 +69,22 @@ void bang(Bag *x) {
     sysmem_freeptr(numbers);
 }
 
+bool take_oldest(Bag *x, Atom *oldest) {
+    const Guard guard;
+    return atomarray_getindex(x->numbers, 0, oldest) == ErrorNone &&
+           atomarray_chuckindex(x->numbers, 0) == ErrorNone;
+}
+
 // Sends the oldest number and takes it out.
 void cut(Bag *x) {
     Atom oldest;
-    if (atomarray_getindex(x->numbers, 0, &oldest) == ErrorNone) {
-        atomarray_chuckindex(x->numbers, 0);
+    if (take_oldest(x, &oldest)) {
         send_number(x->out, oldest);
     }
 }
 
 void clear(Bag *x) {
+    const Guard guard;
     atomarray_clear(x->numbers);
 }
 

@@ -42,6 +42,16 @@ T *new_array(int32_t count) {
     return static_cast<T *>(sysmem_newptrclear(static_cast<int64_t>(sizeof(T)) * count));
 }
 
+// Guards what an object keeps in memory of changing size, which messages on several threads may
+// reach at once. Never held while something is sent.
+class Guard {
+  public:
+    Guard() { critical_enter(nullptr); }
+    ~Guard() { critical_exit(nullptr); }
+    Guard(const Guard &) = delete;
+    Guard &operator=(const Guard &) = delete;
+};
+
 // --- Numbers -------------------------------------------------------------------------------------
 
 // Truncates toward zero; what does not fit becomes the nearest integer, not-a-number 0.

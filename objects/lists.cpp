@@ -1,6 +1,8 @@
 // pack, unpack, swap, append, prepend: making lists and taking them apart.
 #include "objects/common.h"
 
+#include <algorithm>
+
 namespace kiv::objects {
 
 namespace {
@@ -168,30 +170,29 @@ struct Extend {
 Class *append_class;
 Class *prepend_class;
 
-void extend_message(Extend *x, Symbol *selector, int32_t argc, Atom *argv) {
-    Elements elements(selector, argc, argv);
+// The elements with the addition, in `local` when it is large enough; null without memory.
+Atom *extended(Extend *x, Elements &elements, Atom *local, int32_t local_count, int32_t *total) {
+    const Guard guard;
     int32_t added = 0;
     Atom *addition = nullptr;
     atomarray_getatoms(x->addition, &added, &addition);
+    *total = elements.count() + added;
+    Atom *const message = atom_dynamic_start(local, local_count, *total);
+    if (message) {
+        std::copy_n(elements.atoms(), elements.count(), message + (x->in_front ? added : 0));
+        std::copy_n(addition, added, message + (x->in_front ? 0 : elements.count()));
+    }
+    return message;
+}
+
+void extend_message(Extend *x, Symbol *selector, int32_t argc, Atom *argv) {
+    Elements elements(selector, argc, argv);
     Atom local[64];
-    const int32_t total = elements.count() + added;
-    Atom *const message = atom_dynamic_start(local, 64, total);
+    int32_t total = 0;
+    Atom *const message = extended(x, elements, local, 64, &total);
     if (!message) {
         object_error(x, "no memory for a message of %d elements", total);
         return;
-    }
-    Atom *place = message;
-    const auto put = [&place](const Atom *atoms, int32_t count) {
-        for (int32_t i = 0; i < count; ++i) {
-            *place++ = atoms[i];
-        }
-    };
-    if (x->in_front) {
-        put(addition, added);
-        put(elements.atoms(), elements.count());
-    } else {
-        put(elements.atoms(), elements.count());
-        put(addition, added);
     }
     if (total > 0) {
         outlet_atoms(x->out, total, message);
@@ -200,6 +201,7 @@ void extend_message(Extend *x, Symbol *selector, int32_t argc, Atom *argv) {
 }
 
 void extend_set(Extend *x, Symbol *, int32_t argc, Atom *argv) {
+    const Guard guard;
     atomarray_setatoms(x->addition, argc, argv);
 }
 

@@ -1,6 +1,8 @@
 // message: a box of message text that is evaluated to its outlet.
 #include "objects/common.h"
 
+#include <utility>
+
 namespace kiv::objects {
 
 namespace {
@@ -24,32 +26,36 @@ void mouth_say(Mouth *mouth, Symbol *selector, int32_t argc, Atom *argv) {
     send_message(mouth->out, selector, argc, argv);
 }
 
+Binbuf *retained_text(MessageBox *x) {
+    const Guard guard;
+    return object_retain(x->text) == ErrorNone ? x->text : nullptr;
+}
+
 void evaluate(MessageBox *x, Symbol *selector, int32_t argc, Atom *argv) {
     const bool bang = selector == "bang"_sym && argc == 0;
     Elements arguments(selector, argc, argv);
     constexpr int32_t most_arguments = 9;
     const int32_t count = arguments.count() < most_arguments ? arguments.count() : most_arguments;
     // A message that frees the box or replaces its text must not pull it from under the evaluation.
-    Binbuf *const text = x->text;
+    Binbuf *const text = retained_text(x);
     Mouth *const mouth = x->mouth;
-    if (object_retain(text) != ErrorNone) {
-        return;
-    }
-    if (object_retain(mouth) == ErrorNone) {
+    if (text && object_retain(mouth) == ErrorNone) {
         binbuf_eval(text, static_cast<int16_t>(bang ? 0 : count), arguments.atoms(), mouth);
         object_release(mouth);
     }
     object_release(text);
 }
 
-// The text attribute is what is shown and saved.
-void show_text(MessageBox *x) {
+// The text attribute is what is shown and saved. Boxes belong to the main thread.
+void show_text(MessageBox *x, Symbol *, int32_t, Atom *) {
+    Binbuf *const buffer = retained_text(x);
     char *text = nullptr;
     int64_t size = 0;
-    if (binbuf_totext(x->text, &text, &size) == 0 && text) {
+    if (binbuf_totext(buffer, &text, &size) == 0) {
         object_attr_setsym(x, "text"_sym, gensym(text));
         sysmem_freeptr(text);
     }
+    object_release(buffer);
     jbox_redraw(&x->box);
 }
 
@@ -73,7 +79,7 @@ void append_atoms(Binbuf *buf, int32_t argc, const Atom *argv) {
 // A new buffer takes the place of the old: an evaluation that is under way keeps reading the old.
 void replace(MessageBox *x, int32_t before_count, const Atom *before, Binbuf *middle,
              int32_t after_count, const Atom *after) {
-    Binbuf *const text = binbuf_new();
+    Binbuf *text = binbuf_new();
     if (!text) {
         object_error(x, "no memory for the text");
         return;
@@ -83,9 +89,12 @@ void replace(MessageBox *x, int32_t before_count, const Atom *before, Binbuf *mi
         append_buffer(text, middle);
     }
     append_atoms(text, after_count, after);
-    object_free(x->text);
-    x->text = text;
-    show_text(x);
+    {
+        const Guard guard;
+        std::swap(x->text, text);
+    }
+    object_free(text);
+    defer(x, method(show_text), nullptr, 0, nullptr);
 }
 
 void set(MessageBox *x, Symbol *, int32_t argc, Atom *argv) {
@@ -93,11 +102,15 @@ void set(MessageBox *x, Symbol *, int32_t argc, Atom *argv) {
 }
 
 void append(MessageBox *x, Symbol *, int32_t argc, Atom *argv) {
-    replace(x, 0, nullptr, x->text, argc, argv);
+    Binbuf *const text = retained_text(x);
+    replace(x, 0, nullptr, text, argc, argv);
+    object_release(text);
 }
 
 void prepend(MessageBox *x, Symbol *, int32_t argc, Atom *argv) {
-    replace(x, argc, argv, x->text, 0, nullptr);
+    Binbuf *const text = retained_text(x);
+    replace(x, argc, argv, text, 0, nullptr);
+    object_release(text);
 }
 
 void message_free(MessageBox *x) {

@@ -118,10 +118,14 @@ Variable *variable_find(Symbol *name) {
 void value_send(Value *x) {
     int32_t argc = 0;
     Atom *argv = nullptr;
-    if (atomarray_copyatoms(x->variable->message, &argc, &argv) == ErrorNone && argc > 0) {
-        outlet_atoms(x->out, argc, argv);
-        sysmem_freeptr(argv);
+    {
+        const Guard guard;
+        atomarray_copyatoms(x->variable->message, &argc, &argv);
     }
+    if (argc > 0) {
+        outlet_atoms(x->out, argc, argv);
+    }
+    sysmem_freeptr(argv);
 }
 
 void value_store(Value *x, Symbol *selector, int32_t argc, Atom *argv) {
@@ -130,6 +134,7 @@ void value_store(Value *x, Symbol *selector, int32_t argc, Atom *argv) {
         return;
     }
     Elements elements(selector, argc, argv);
+    const Guard guard;
     atomarray_setatoms(x->variable->message, elements.count(), elements.atoms());
 }
 

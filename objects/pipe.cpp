@@ -8,8 +8,10 @@ namespace {
 struct Pipe;
 
 // A message in flight. It owns its atoms and its clock, and is on the list of its pipe, oldest
-// first.
+// first. Who takes it off the list lands it: its clock, or whoever clears or flushes the pipe
+// meanwhile. The list is guarded.
 struct Flight {
+    bool listed;
     Pipe *pipe;
     Clock *clock;
     Flight *next;
@@ -33,21 +35,36 @@ struct Pipe {
 };
 Class *pipe_class;
 
-void unlink(Flight *flight) {
+// False when somebody else has taken it off the list.
+bool take(Flight *flight) {
+    const Guard guard;
+    if (!flight->listed) {
+        return false;
+    }
     Pipe *const x = flight->pipe;
     (flight->previous ? flight->previous->next : x->oldest) = flight->next;
     (flight->next ? flight->next->previous : x->newest) = flight->previous;
+    flight->listed = false;
+    return true;
 }
 
+// The oldest one, off the list, or null; *is_last tells whether it is `last`.
+Flight *take_oldest(Pipe *x, const Flight *last, bool *is_last) {
+    const Guard guard;
+    Flight *const flight = x->oldest;
+    *is_last = flight == last;
+    return flight && take(flight) ? flight : nullptr;
+}
+
+// Freeing the clock waits for its function when that runs on another thread.
 void land(Flight *flight) {
     object_free(flight->clock);
     sysmem_freeptr(flight);
 }
 
-// The flight is off the list before anything is sent: a receiver may clear or free the pipe.
-void arrive(Flight *flight) {
+// A receiver may clear or free the pipe: the flight is off its list.
+void send(Flight *flight) {
     Pipe *const x = flight->pipe;
-    unlink(flight);
     if (x->count == 1) {
         send_message(x->outs[0], flight->selector, flight->argc, flight->argv);
     } else {
@@ -55,7 +72,13 @@ void arrive(Flight *flight) {
             outlet_atoms(x->outs[i], 1, flight->argv + i);
         }
     }
-    land(flight);
+}
+
+void arrive(Flight *flight) {
+    if (take(flight)) {
+        send(flight);
+        land(flight);
+    }
 }
 
 void depart(Pipe *x, Symbol *selector, int32_t argc, const Atom *argv) {
@@ -75,9 +98,13 @@ void depart(Pipe *x, Symbol *selector, int32_t argc, const Atom *argv) {
     if (argc > 0) {
         std::memcpy(flight->argv, argv, sizeof(Atom) * size_t(argc));
     }
-    flight->previous = x->newest;
-    (x->newest ? x->newest->next : x->oldest) = flight;
-    x->newest = flight;
+    {
+        const Guard guard;
+        flight->listed = true;
+        flight->previous = x->newest;
+        (x->newest ? x->newest->next : x->oldest) = flight;
+        x->newest = flight;
+    }
     clock_fdelay(clock, x->ms);
 }
 
@@ -107,8 +134,8 @@ void pipe_message(Pipe *x, Symbol *selector, int32_t argc, Atom *argv) {
 }
 
 void pipe_clear(Pipe *x) {
-    while (Flight *flight = x->oldest) {
-        unlink(flight);
+    bool is_last = false;
+    while (Flight *const flight = take_oldest(x, nullptr, &is_last)) {
         land(flight);
     }
 }
@@ -116,12 +143,15 @@ void pipe_clear(Pipe *x) {
 // Everything in flight arrives now, oldest first; what departs meanwhile stays in flight.
 void pipe_flush(Pipe *x) {
     const Flight *const last = x->newest;
-    bool more = last != nullptr;
-    while (more && object_isvalid(x) && x->oldest) {
-        Flight *const flight = x->oldest;
-        more = flight != last;
+    bool done = last == nullptr;
+    while (!done && object_isvalid(x)) {
+        Flight *const flight = take_oldest(x, last, &done);
+        if (!flight) {
+            return;
+        }
         clock_unset(flight->clock);
-        arrive(flight);
+        send(flight);
+        land(flight);
     }
 }
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -306,6 +307,48 @@ TEST(MessageBox, EvaluatesItsTextAndChangesIt) {
     object_free(patcher);
     object_free(recorder);
     object_free(elsewhere);
+}
+
+// What keeps memory of changing size is guarded: two threads send to the same object at once.
+TEST(ObjectThreads, ShareAnObject) {
+    constexpr int count = 2000;
+    const auto both = [](Bench &bench, const char *one, const char *other) {
+        std::thread thread([&] {
+            for (int i = 0; i < count; ++i) {
+                bench.message(one);
+            }
+        });
+        for (int i = 0; i < count; ++i) {
+            bench.message(other);
+        }
+        thread.join();
+        return std::exchange(sent, {});
+    };
+    {
+        Bench bag("bag many");
+        both(bag, "0 1", "0 2.5");
+        bag.message("0 bang");
+        EXPECT_EQ(sent.size(), size_t{2 * count});
+    }
+    {
+        Bench pipe("pipe 10");
+        both(pipe, "0 1", "0 a b");
+        pipe.message("0 flush");
+        EXPECT_EQ(sent.size(), size_t{2 * count});
+    }
+    {
+        Bench pipe("pipe 10");
+        both(pipe, "0 1", "0 clear");
+        pipe.message("0 clear");
+        pipe.message("0 flush");
+        EXPECT_EQ(sent.size(), size_t{0});
+    }
+    for (const char *object : {"value threads 1", "prepend x", "message @text x"}) {
+        Bench bench(object);
+        EXPECT_EQ(both(bench, "0 set a long message that takes memory", "0 bang").size(),
+                  size_t{count})
+            << object;
+    }
 }
 
 }  // namespace
