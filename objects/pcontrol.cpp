@@ -11,8 +11,6 @@ struct Control {
 };
 Class *pcontrol_class;
 
-Symbol *const patcher_class = "jpatcher"_sym;
-
 int32_t enable_object(void *state, Object *x) {
     if (zgetfn(x, "enable"_sym)) {
         typedmess(x, "enable"_sym, 1, static_cast<Atom *>(state));
@@ -27,17 +25,17 @@ void enable(Control *x, int32_t argc, Atom *argv) {
         return;
     }
     Atom state = long_atom(float_of(argv[0]) != 0.0 ? 1 : 0);
-    outlet_msg(x->out, patcher_class, "iterate"_sym, enable_object, &state, JPATCHER_ITERATE_DEEP);
+    outlet_msg(x->out, "jpatcher"_sym, "iterate"_sym, enable_object, &state, JPATCHER_ITERATE_DEEP);
 }
 
 void control(Control *x, Symbol *selector, int32_t argc, Atom *argv) {
     if (selector == "loadbang"_sym) {
         loadbang_new_generation();
-        outlet_msg(x->out, patcher_class, "loadbang"_sym);
+        outlet_msg(x->out, "jpatcher"_sym, "loadbang"_sym);
     } else if (selector == "open"_sym) {
-        outlet_msg(x->out, patcher_class, "front"_sym);
+        outlet_msg(x->out, "jpatcher"_sym, "front"_sym);
     } else if (selector == "close"_sym) {
-        outlet_msg(x->out, patcher_class, "wclose"_sym);
+        outlet_msg(x->out, "jpatcher"_sym, "wclose"_sym);
     } else if (selector == "enable"_sym) {
         enable(x, argc, argv);
     } else {

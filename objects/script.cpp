@@ -32,24 +32,22 @@ void set_text(Dictionary *dictionary, int32_t argc, const Atom *argv) {
     }
 }
 
-bool is_box_class(const Object *patcher, Symbol *name) {
-    Class *const c = class_findbyname_casefree(
-        object_attr_getsym(const_cast<Object *>(patcher), "classnamespace"_sym), name);
-    return name == "newobj"_sym || class_is_ui(c);
+// Whether the words behind a class name are the box's text, rather than typed into an object box
+// that then becomes a box of that class.
+bool has_own_text(Object *patcher, Symbol *name, int32_t words) {
+    Symbol *const name_space = object_attr_getsym(patcher, "classnamespace"_sym);
+    return name == "newobj"_sym || name == "message"_sym || name == "comment"_sym ||
+           (words == 1 && class_is_ui(class_findbyname_casefree(name_space, name)));
 }
 
 // What `argv` says about a box: the name of a box class, its text and "@key value" pairs; or the
 // text of an object box. Into `dictionary`.
-void describe_box(const Object *patcher, Dictionary *dictionary, int32_t argc, Atom *argv) {
+void describe_box(Object *patcher, Dictionary *dictionary, int32_t argc, Atom *argv) {
     Symbol *const name = atom_getsym(argv);
     const int32_t words = attr_args_offset(argc, argv);
-    if (is_box_class(patcher, name)) {
-        dictionary_appendsym(dictionary, "kivclass"_sym, name);
-        set_text(dictionary, words - 1, argv + 1);
-    } else {
-        dictionary_appendsym(dictionary, "kivclass"_sym, "newobj"_sym);
-        set_text(dictionary, words, argv);
-    }
+    const bool own = has_own_text(patcher, name, words);
+    dictionary_appendsym(dictionary, "kivclass"_sym, own ? name : "newobj"_sym);
+    set_text(dictionary, words - (own ? 1 : 0), argv + (own ? 1 : 0));
     attr_args_dictionary(dictionary, argc - words, argv + words);
 }
 
