@@ -23,13 +23,20 @@ struct Script {
 
 // --- Making boxes --------------------------------------------------------------------------------
 
+// Words as box text. Marks that were escaped so as to get here ("\$1", "\,") are marks there.
 void set_text(Dictionary *dictionary, int32_t argc, const Atom *argv) {
-    char *text = nullptr;
-    int64_t size = 0;
-    if (argc > 0 && atom_gettext(argc, argv, &size, &text, 0) == ErrorNone) {
-        dictionary_appendstring(dictionary, "text"_sym, text);
-        sysmem_freeptr(text);
+    Binbuf *const text = binbuf_new();
+    for (int32_t i = 0; i < argc; ++i) {
+        Atom atom = argv[i];  // appending rewrites symbols that stand for marks
+        binbuf_append(text, nullptr, 1, &atom);
     }
+    char *chars = nullptr;
+    int64_t size = 0;
+    if (argc > 0 && binbuf_totext(text, &chars, &size) == 0) {
+        dictionary_appendstring(dictionary, "text"_sym, chars);
+        sysmem_freeptr(chars);
+    }
+    object_free(text);
 }
 
 // Whether the words behind a class name are the box's text, rather than typed into an object box
@@ -69,6 +76,22 @@ void newdefault(const Script &s) {
     Dictionary *const dictionary = dictionary_new();
     describe_box(s.patcher, dictionary, s.argc - 3, s.argv + 3);
     set_place(dictionary, atom_getsym(s.argv), s.argv + 1);
+    newobject_fromdictionary(s.patcher, dictionary);
+    object_free(dictionary);
+}
+
+// new NAME CLASS X Y ...: in the order of the older text form. Width and font, and text behind
+// them, follow for object boxes ("newex"), messages and comments; further numbers for the others.
+void newbox(const Script &s) {
+    constexpr int32_t text_at = 6;
+    Symbol *const name = atom_getsym(s.argv + 1);
+    const bool object = name == "newex"_sym || name == "newobj"_sym;
+    Dictionary *const dictionary = dictionary_new();
+    dictionary_appendsym(dictionary, "kivclass"_sym, object ? "newobj"_sym : name);
+    if (object || name == "message"_sym || name == "comment"_sym) {
+        set_text(dictionary, s.argc - text_at, s.argv + text_at);
+    }
+    set_place(dictionary, atom_getsym(s.argv), s.argv + 2);
     newobject_fromdictionary(s.patcher, dictionary);
     object_free(dictionary);
 }
@@ -181,6 +204,7 @@ struct Word {
     void (*run)(const Script &);
 };
 constexpr Word words[] = {
+    {"new", "ssnn.", newbox},
     {"newobject", "s.", newobject},
     {"newdefault", "snns.", newdefault},
     {"connect", "", connect},

@@ -90,28 +90,22 @@ class Reader {
 
 // --- Text ----------------------------------------------------------------------------------------
 
-bool needs_quotes(const Atom &atom) {
-    return atom.type == TypeSymbol &&
-           (!*atom.value.sym->name || std::strpbrk(atom.value.sym->name, " \t\r\n"));
-}
-
 // The words from `from` on as box text. A mark that was escaped in the line, so as not to end it,
 // is a plain mark there.
 Text box_text(const Words &words, int32_t from) {
-    Text out;
+    const Owned<Binbuf> buffer(binbuf_new());
     for (size_t i = size_t(from); i < words.size(); ++i) {
-        char *text = nullptr;
-        int64_t size = 0;
-        constexpr int32_t never_quoted = 2;
-        constexpr int32_t always_quoted = 4;
-        if (atom_gettext(1, &words[i], &size, &text,
-                         needs_quotes(words[i]) ? always_quoted : never_quoted) == ErrorNone) {
-            out += out.empty() ? "" : " ";
-            out += text;
-        }
-        sysmem_freeptr(text);
+        Atom atom = words[i];  // appending rewrites symbols that stand for marks
+        binbuf_append(buffer.get(), nullptr, 1, &atom);
     }
-    return out;
+    char *text = nullptr;
+    int64_t size = 0;
+    if (binbuf_totext(buffer.get(), &text, &size) != 0) {
+        throw std::bad_alloc();
+    }
+    Text copy(text);
+    sysmem_freeptr(text);
+    return copy;
 }
 
 // --- Lines ---------------------------------------------------------------------------------------

@@ -75,7 +75,7 @@ TEST_F(TextForm, SaysWhatThePresentFormWouldSay) {
         {"box":{"kivclass":"newobj","id":"obj-4","text":"table foo",
                 "patching_rect":[10.,200.,40.,20.],
                 "save":["#N","table","foo",";","#T","size",128,";"]}},
-        {"box":{"kivclass":"message","id":"obj-3","text":"a , b ; c",
+        {"box":{"kivclass":"message","id":"obj-3","text":"a, b; c",
                 "patching_rect":[77.,55.,62.,20.]}},
         {"box":{"kivclass":"newobj","id":"obj-2","text":"p sub","patching_rect":[77.,95.,62.,20.],
                 "hidden":1,"patcher":{"rect":[20.,20.,280.,280.],"boxes":[
