@@ -43,6 +43,10 @@ void destroy(Atomarray *array) noexcept {
     Atom *atoms = std::exchange(array->atoms, nullptr);
     const int32_t count = std::exchange(array->count, 0);
     for (int32_t i = 0; i < count && (array->flags & atomarray_owns); ++i) {
+        constexpr int32_t ahead = 4;  // fetched while the objects before it are freed
+        if (i + ahead < count && atoms[i + ahead].type == TypeObject) {
+            __builtin_prefetch(atoms[i + ahead].value.obj);
+        }
         if (atoms[i].type == TypeObject && atoms[i].value.obj) {
             free_nested(atoms[i].value.obj);
         }

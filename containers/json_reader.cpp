@@ -68,8 +68,8 @@ class Parser {
     JsonFailure failure() const noexcept;
 
   private:
-    bool step();
-    void take_run() noexcept;
+    uint8_t take_run() noexcept;
+    bool step(uint8_t next);
     bool act(uint8_t action);
     bool finish();
 
@@ -162,32 +162,35 @@ JsonFailure Parser::failure() const noexcept {
 
 Object *Parser::run() {
     while (at_ < end_) {
-        take_run();
-        if (at_ < end_ && !step()) {
+        const uint8_t next = take_run();
+        if (at_ < end_ && !step(next)) {
             return nullptr;
         }
     }
     return finish() ? static_cast<Object *>(std::exchange(values_[0].value.obj, nullptr)) : nullptr;
 }
 
-// Skips what keeps the state as it is.
-void Parser::take_run() noexcept {
+// Skips what keeps the state as it is; answers what the byte behind leads to.
+uint8_t Parser::take_run() noexcept {
+    const JsonRow &row = json_transitions[static_cast<size_t>(state_)];
     if (state_ == JsonString) {
         while (at_ < end_ && json_is_plain[static_cast<unsigned char>(*at_)]) {
             ++at_;
         }
-        return;
+        return at_ < end_ ? row[class_of_byte(*at_)] : uint8_t{JsonString};
     }
-    const JsonRow &row = json_transitions[static_cast<size_t>(state_)];
-    while (at_ < end_ && row[class_of_byte(*at_)] == state_) {
-        ++at_;
+    for (; at_ < end_; ++at_) {
+        const uint8_t next = row[class_of_byte(*at_)];
+        if (next != state_) {
+            return next;
+        }
     }
+    return static_cast<uint8_t>(state_);
 }
 
 // One byte that leads to another state.
-bool Parser::step() {
+bool Parser::step(uint8_t next) {
     const char c = *at_;
-    const uint8_t next = json_transitions[static_cast<size_t>(state_)][class_of_byte(c)];
     if (next == JsonSyntaxError) {
         const bool never_json = static_cast<unsigned char>(c) < ' ' || c == '\x7f' || (c & 0x80);
         return fail(never_json && !json_is_string(state_) ? JsonSyntaxError : state_);
@@ -349,7 +352,7 @@ bool Parser::store_value() {
         error("jsonreader_pop: MODE_DICTIONARY: argc not 1!");
         return fail(JsonSyntaxError);
     }
-    if (!is_dictionary(top_->dictionary)) {
+    if (!top_->dictionary) {
         error("jsonreader_pop: MODE_OBJECT: e1 is not an obj!");
         return fail(JsonSyntaxError);
     }

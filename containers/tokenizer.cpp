@@ -14,6 +14,7 @@
 #include <kiv/symbol.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <charconv>
 #include <limits>
@@ -99,6 +100,17 @@ bool read_hexadecimal(std::string_view word, Atom *number) noexcept {
     return true;
 }
 
+// What may stand anywhere in a word and means nothing there.
+constexpr std::array<bool, 256> make_plain() {
+    std::array<bool, 256> plain{};
+    for (size_t i = 0; i < plain.size(); ++i) {
+        plain[i] = std::string_view(" \t\n\v\f\r\0;,\"\\", 11).find(static_cast<char>(i)) ==
+                   std::string_view::npos;
+    }
+    return plain;
+}
+constexpr std::array<bool, 256> is_plain = make_plain();
+
 }  // namespace
 
 // Characters of one word as they are collected.
@@ -149,6 +161,9 @@ bool is_blank(char c) noexcept {
 }
 
 bool read_number(std::string_view word, bool exponents, Atom *number) noexcept {
+    if (word.empty() || (!is_digit(word[0]) && word[0] != '-' && word[0] != '.')) {
+        return false;
+    }
     if (read_hexadecimal(word, number)) {
         return true;
     }
@@ -206,6 +221,14 @@ int32_t tokenizer_selected() noexcept {
 
 // Collects the characters of one word, up to the blank or separator that ends it.
 void Tokenizer::collect(Word &word) noexcept {
+    // Most words are plain from end to end and are taken at once.
+    const size_t start = position_;
+    const size_t most = std::min(text_.size(), start + longest_word - word.size);
+    while (position_ < most && is_plain[static_cast<unsigned char>(text_[position_])]) {
+        ++position_;
+    }
+    std::copy_n(text_.data() + start, position_ - start, word.text + word.size);
+    word.size += position_ - start;
     bool in_quotes = false;
     for (; position_ < text_.size(); ++position_) {
         const char c = text_[position_];

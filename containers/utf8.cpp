@@ -1,6 +1,7 @@
 #include "containers/utf8.h"
 
 #include <cstdint>
+#include <cstring>
 
 namespace kiv {
 
@@ -36,6 +37,16 @@ size_t character_length(std::string_view text) noexcept {
 
 bool is_utf8(std::string_view text) noexcept {
     while (!text.empty()) {
+        // Most text is ASCII, eight bytes at a time.
+        constexpr uint64_t high_bits = 0x8080808080808080;
+        uint64_t eight = high_bits;
+        if (text.size() >= sizeof eight) {
+            std::memcpy(&eight, text.data(), sizeof eight);
+        }
+        if ((eight & high_bits) == 0) {
+            text.remove_prefix(sizeof eight);
+            continue;
+        }
         const size_t length = character_length(text);
         if (length == 0) {
             return false;
