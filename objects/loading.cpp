@@ -16,15 +16,17 @@ Class *loadbang_class;
 Class *loadmess_class;
 Class *patcherargs_class;
 
+// A copy is sent: a receiver may free the object while others still wait for the message.
 void send(OnLoad *x) {
     int32_t argc = 0;
     Atom *argv = nullptr;
-    atomarray_getatoms(x->message, &argc, &argv);
+    atomarray_copyatoms(x->message, &argc, &argv);
     if (argc > 0) {
         outlet_atoms(x->out, argc, argv);
     } else {
         outlet_bang(x->out);
     }
+    sysmem_freeptr(argv);
 }
 
 OnLoad *on_load_new(Class *c, int32_t argc, const Atom *argv) {
