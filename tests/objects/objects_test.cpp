@@ -309,6 +309,41 @@ TEST(MessageBox, EvaluatesItsTextAndChangesIt) {
     object_free(elsewhere);
 }
 
+// Makes an object and sends it a few messages while the n-th allocation fails; 0: none does. The
+// class that was made.
+Symbol *run_short_of_memory(const char *text, int64_t n) {
+    void *const patcher = object_new("nobox"_sym, "jpatcher"_sym);
+    memory_fail_at(n);
+    void *const object = jbox_get_object(newobject_fromboxtext(patcher, text));
+    Atom list[3];
+    atom_setlong(&list[0], 1);
+    atom_setlong(&list[1], 2);
+    atom_setsym(&list[2], "foo"_sym);
+    for (Symbol *selector : {"bang"_sym, "list"_sym, "set"_sym, "append"_sym, "flush"_sym}) {
+        typedmess(object, selector, selector == "bang"_sym ? 0 : 3, list);
+    }
+    memory_fail_at(0);
+    Symbol *const name = object_classname(object);
+    object_free(patcher);
+    settle();
+    test::take_posts();
+    return name;
+}
+
+// Memory that cannot be had costs an object or a message, and nothing else: no crash, and no leak,
+// which the address sanitizer would find.
+TEST(ObjectMemory, AnyAllocationMayFail) {
+    constexpr int64_t most_allocations = 60;
+    time_offline_begin();
+    for (const Case &c : cases) {
+        Symbol *const name = run_short_of_memory(c.object, 0);
+        for (int64_t n = 1; n <= most_allocations; ++n) {
+            run_short_of_memory(c.object, n);
+        }
+        EXPECT_EQ(run_short_of_memory(c.object, 0), name) << c.object;
+    }
+}
+
 // What keeps memory of changing size is guarded: two threads send to the same object at once.
 TEST(ObjectThreads, ShareAnObject) {
     constexpr int count = 2000;
