@@ -112,7 +112,11 @@ Variable *variable_find(Symbol *name) {
         return variable;  // nameless: this object's own
     }
     // When the name is taken, the new one is freed and the registered one, retained, comes back.
-    return static_cast<Variable *>(object_register("value"_sym, name, variable));
+    void *const registered = object_register("value"_sym, name, variable);
+    if (!registered) {
+        object_free(variable);
+    }
+    return static_cast<Variable *>(registered);
 }
 
 void value_send(Value *x) {

@@ -69,12 +69,17 @@ Object *bogus_box_new(Object *patcher, Dictionary *dictionary, Symbol *real_clas
     Atom argument;
     atom_setobj(&argument, clone);
     Jbox *box = as_box(object_new_typed("box"_sym, "juibogus"_sym, 1, &argument));
-    if (box) {
-        box_set_placeholder(box, real_class);
-        jbox_ready(box);
-    }
     object_free(clone);
-    return box ? as_object(box) : nullptr;
+    if (!box) {
+        return nullptr;
+    }
+    if (!box->state->patcher) {
+        object_free(box);  // without memory for "#P"
+        return nullptr;
+    }
+    box_set_placeholder(box, real_class);
+    jbox_ready(box);
+    return as_object(box);
 }
 
 }  // namespace kiv

@@ -71,6 +71,11 @@ void read_arguments(Patcher *patcher, Dictionary *dictionary) {
     Atom *argv = nullptr;
     if (!dictionary_getatoms(dictionary, "arguments"_sym, &argc, &argv)) {
         patcher->arguments.assign(argv, argv + argc);
+        for (Atom &argument : patcher->arguments) {
+            if (argument.type == TypeObject) {
+                atom_setlong(&argument, 0);  // goes with the document
+            }
+        }
     }
 }
 

@@ -73,40 +73,58 @@ void keep_parsed(const char *file_name, int16_t path, Dictionary *dictionary) no
     object_free(dictionary);
 }
 
-// Entries of a patcher dictionary that hold for one load only.
+// Replaces entries of a patcher dictionary for one load, and puts back what was there.
 class LoadEntries {
   public:
-    explicit LoadEntries(Dictionary *patcher) noexcept : patcher_(patcher) {
-        for (size_t i = 0; i < count; ++i) {
-            had_[i] = dictionary_copyatoms(patcher, keys()[i], &argc_[i], &argv_[i]) == ErrorNone;
-        }
-    }
+    explicit LoadEntries(Dictionary *patcher) noexcept : patcher_(patcher) {}
     ~LoadEntries() {
-        for (size_t i = 0; i < count; ++i) {
-            if (had_[i] && argc_[i] == 1) {
-                dictionary_appendatom(patcher_, keys()[i], argv_[i]);
-            } else if (had_[i]) {
-                dictionary_appendatoms(patcher_, keys()[i], argc_[i], argv_[i]);
-            } else if (dictionary_hasentry(patcher_, keys()[i])) {
-                dictionary_deleteentry(patcher_, keys()[i]);
+        while (count_ > 0) {
+            const Kept &kept = kept_[--count_];
+            if (dictionary_hasentry(patcher_, kept.key)) {
+                dictionary_deleteentry(patcher_, kept.key);
             }
-            sysmem_freeptr(argv_[i]);
+            if (kept.there) {
+                dictionary_appendatom(patcher_, kept.key, &kept.value);
+            }
         }
     }
     LoadEntries(const LoadEntries &) = delete;
     LoadEntries &operator=(const LoadEntries &) = delete;
 
-  private:
-    static constexpr size_t count = 4;
-    static Symbol *const *keys() noexcept {
-        static Symbol *const names[count] = {"arguments"_sym, "filename"_sym, "vol"_sym,
-                                             "classnamespace"_sym};
-        return names;
+    void replace(Symbol *key, int32_t argc, const Atom *argv) noexcept {
+        Kept &kept = kept_[count_++];
+        kept.key = key;
+        kept.there = dictionary_getatom(patcher_, key, &kept.value) == ErrorNone;
+        if (kept.there) {
+            dictionary_chuckentry(patcher_, key);
+        }
+        constexpr int32_t clone_objects = 8192;  // what is given stays its owner's
+        if (argc == 1) {
+            dictionary_appendatom_flags(patcher_, key, argv, clone_objects);
+        } else {
+            dictionary_appendatoms_flags(patcher_, key, argc, argv, clone_objects);
+        }
     }
+    void replace(Symbol *key, Symbol *value) noexcept {
+        Atom atom;
+        atom_setsym(&atom, value);
+        replace(key, 1, &atom);
+    }
+    void replace(Symbol *key, int64_t value) noexcept {
+        Atom atom;
+        atom_setlong(&atom, value);
+        replace(key, 1, &atom);
+    }
+
+  private:
+    struct Kept {
+        Symbol *key;
+        bool there;
+        Atom value;
+    };
     Dictionary *patcher_;
-    bool had_[count];
-    int32_t argc_[count] = {};
-    Atom *argv_[count] = {};
+    Kept kept_[4];
+    int32_t count_ = 0;
 };
 
 const char *text_or_empty(const char *text) noexcept {
@@ -140,17 +158,17 @@ Dictionary *parse(const char *file_name, const char *text, int64_t length) noexc
     return reinterpret_cast<Dictionary *>(value);
 }
 
-void set_load_entries(Dictionary *patcher, const char *file_name, int16_t path, int32_t argc,
+void set_load_entries(LoadEntries &entries, const char *file_name, int16_t path, int32_t argc,
                       const Atom *argv, Symbol *name_space) noexcept {
     if (argc > 0 && argv) {
-        dictionary_appendatoms(patcher, "arguments"_sym, argc, argv);
+        entries.replace("arguments"_sym, argc, argv);
     }
     if (file_name && file_name[0] && path != 0) {
-        dictionary_appendsym(patcher, "filename"_sym, gensym(file_name));
-        dictionary_appendlong(patcher, "vol"_sym, path);
+        entries.replace("filename"_sym, gensym(file_name));
+        entries.replace("vol"_sym, int64_t{path});
     }
     const bool given = name_space && name_space->name[0];
-    dictionary_appendsym(patcher, "classnamespace"_sym, given ? name_space : "box"_sym);
+    entries.replace("classnamespace"_sym, given ? name_space : "box"_sym);
 }
 
 Dictionary *cached(const char *file_name, int16_t path) noexcept {
@@ -283,8 +301,8 @@ void *jpatcher_load_fromdictionary_namespace(const char *file_name, int16_t path
         return nullptr;
     }
     const LoadScope scope;
-    const LoadEntries entries(patcher);
-    set_load_entries(patcher, file_name, path, argc, argv, name_space);
+    LoadEntries entries(patcher);
+    set_load_entries(entries, file_name, path, argc, argv, name_space);
     const Binding document("#PD"_sym, patcher);
     Atom argument;
     atom_setobj(&argument, patcher);

@@ -75,17 +75,11 @@ void carry_over(Dictionary *from, Dictionary *to) noexcept {
                                    "varname"_sym,       "hidden"_sym,
                                    "orderfront"_sym,    "orderbefore"_sym,
                                    "presentation"_sym,  "text"_sym};
+    constexpr int32_t clone_objects = 8192;
     for (Symbol *key : keys) {
-        int32_t count = 0;
-        Atom *atoms = nullptr;
-        if (dictionary_hasentry(to, key) ||
-            dictionary_getatoms(from, key, &count, &atoms) != ErrorNone) {
-            continue;
-        }
-        if (count == 1) {
-            dictionary_appendatom(to, key, atoms);
-        } else {
-            dictionary_appendatoms(to, key, count, atoms);
+        Atom value;
+        if (!dictionary_hasentry(to, key) && dictionary_getatom(from, key, &value) == ErrorNone) {
+            dictionary_appendatom_flags(to, key, &value, clone_objects);
         }
     }
 }

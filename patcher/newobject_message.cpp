@@ -121,9 +121,11 @@ Jbox *construct(Class *c, Patcher *patcher, Dictionary *dictionary) {
         made = construct_from_dictionary(c, patcher, dictionary);
         substituted.note_in(as_box(made));
     }
+    // A box that did not join the patcher (its class or the memory failed it) is nobody's.
     Jbox *box = as_box(made);
-    if (!box && made) {
+    if (made && (!box || box->state->patcher != patcher)) {
         object_free(made);
+        return nullptr;
     }
     return box;
 }

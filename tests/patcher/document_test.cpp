@@ -306,31 +306,6 @@ TEST_F(PatcherDocumentTest, AnAbstractionStaysInItsOwnFile) {
     object_free(p);
 }
 
-TEST_F(PatcherDocumentTest, LoadsUnderEveryFailingAllocation) {
-    const std::string text =
-        document({box("a", "t b b", R"(,"odd":[1,2])"), box("b", "print"),
-                  R"({"box":{"kivclass":"newobj","id":"s","text":"p","patcher":)" +
-                      patcher({box("i", "inlet"), box("o", "outlet")}, {line("i", "o")}) + "}}"},
-                 {cord("a", 0, "b", 0), cord("a", 1, "s", 0)});
-    // Every early allocation, and a sample of the later ones. What was made is freed, and the next
-    // load finds everything as it was.
-    for (int64_t n = 1; n < 3000; n += 1 + n / 30) {
-        memory_fail_at(n);
-        Object *p = load_text(text);
-        memory_fail_at(0);
-        EXPECT_TRUE(!p || jpatcher_get_count(p) <= 3) << n;
-        if (p) {
-            saved(p);
-        }
-        object_free(p);
-        take_posts();
-        p = load_text(text);
-        EXPECT_EQ(jpatcher_get_count(p), 3) << n;
-        object_free(p);
-        EXPECT_EQ(take_texts(), Texts{}) << n;
-    }
-}
-
 // Quadratic walks show: this takes a tenth of a second without any, minutes with them.
 TEST_F(PatcherDocumentTest, LargeDocumentsLoadAndSave) {
     std::vector<std::string> boxes;
