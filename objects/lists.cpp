@@ -31,7 +31,7 @@ void pack_send(Pack *x) {
     Atom local[32];
     Atom *const copy = atom_dynamic_start(local, 32, x->count);
     if (copy) {  // receivers may change the values while they are sent
-        std::memcpy(copy, x->values, sizeof(Atom) * static_cast<size_t>(x->count));
+        std::copy_n(x->values, x->count, copy);
         outlet_list(x->out, "list"_sym, x->count, copy);
         atom_dynamic_end(local, copy);
     }
