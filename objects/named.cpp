@@ -113,7 +113,7 @@ Variable *variable_find(Symbol *name) {
     }
     // When the name is taken, the new one is freed and the registered one, retained, comes back.
     void *const registered = object_register("value"_sym, name, variable);
-    if (!registered) {
+    if (!registered && object_isvalid(variable)) {
         object_free(variable);
     }
     return static_cast<Variable *>(registered);

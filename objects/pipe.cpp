@@ -98,13 +98,11 @@ void depart(Pipe *x, Symbol *selector, int32_t argc, const Atom *argv) {
     if (argc > 0) {
         std::memcpy(flight->argv, argv, sizeof(Atom) * size_t(argc));
     }
-    {
-        const Guard guard;
-        flight->listed = true;
-        flight->previous = x->newest;
-        (x->newest ? x->newest->next : x->oldest) = flight;
-        x->newest = flight;
-    }
+    const Guard guard;  // from when it is listed, others may land it
+    flight->listed = true;
+    flight->previous = x->newest;
+    (x->newest ? x->newest->next : x->oldest) = flight;
+    x->newest = flight;
     clock_fdelay(clock, x->ms);
 }
 
