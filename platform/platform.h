@@ -28,9 +28,10 @@ class CriticalSection {
     alignas(8) std::byte storage_[64];
 };
 
-inline constexpr uint32_t wait_forever = 0xffffffff;
+inline constexpr double wait_forever = -1.0;
 
-// A flag that threads wait for. An automatic event resets itself when it releases one waiter.
+// A flag that threads wait for. An automatic event resets itself when it releases one waiter. Waits
+// are in milliseconds and as fine as the system's clock; a negative time waits without limit.
 class Event {
   public:
     explicit Event(bool manual_reset) noexcept;
@@ -39,10 +40,10 @@ class Event {
     Event &operator=(const Event &) = delete;
     void set() noexcept;
     void reset() noexcept;
-    bool wait(uint32_t timeout_ms) noexcept;  // false when the time ran out
+    bool wait(double ms) noexcept;  // false when the time ran out
 
     // Waits until either event is set: 0 or 1, or -1 when the time ran out.
-    static int wait_either(Event &first, Event &second, uint32_t timeout_ms) noexcept;
+    static int wait_either(Event &first, Event &second, double ms) noexcept;
 
   private:
     alignas(8) std::byte storage_[128];
@@ -93,6 +94,8 @@ bool slot_set(ThreadSlot *slot, void *value) noexcept;
 
 // Milliseconds on a monotonic clock of high resolution.
 double time_ms() noexcept;
+// Asks the system to end the calling thread's timed waits as punctually as it can.
+void time_punctual() noexcept;
 
 // --- Memory and faults ---------------------------------------------------------------------------
 

@@ -107,17 +107,6 @@ Service *service() noexcept {
     return instance.load(std::memory_order_relaxed);
 }
 
-class Locked {
-  public:
-    explicit Locked(Service *s) noexcept : mutex_(s->lock) { systhread_mutex_lock(mutex_); }
-    ~Locked() { systhread_mutex_unlock(mutex_); }
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-
-  private:
-    MutexRef mutex_;
-};
-
 bool owner_lives(const BackgroundTask *task) noexcept {
     return !(task->flags & OwnerIsObject) || object_valid(task->owner);
 }
@@ -181,7 +170,7 @@ void deliver(void *, Symbol *, int32_t, Atom *argv) noexcept {
     const auto sequence = static_cast<uint32_t>(argv->value.i);
     BackgroundTask *task = nullptr;
     {
-        const Locked locked(s);
+        const Guard guard(s->lock);
         const auto found =
             std::find_if(s->active.begin(), s->active.end(), [sequence](const BackgroundTask *t) {
                 return t->sequence == sequence && t->state == Finished;
@@ -264,7 +253,7 @@ uint32_t hand_over(BackgroundTask *task) noexcept {
     if (!s) {
         return failed;
     }
-    const Locked locked(s);
+    const Guard guard(s->lock);
     if (s->ending) {
         return failed;
     }
@@ -345,7 +334,7 @@ bool wait_until_none(Service *s, Fits fits) noexcept {
 constexpr double end_wait_ms = 2000.0;
 
 bool routine_runs(Service *s) noexcept {
-    const Locked locked(s);
+    const Guard guard(s->lock);
     return find_unfinished(s, [](const BackgroundTask *) { return true; }) != nullptr;
 }
 
@@ -357,7 +346,7 @@ void background_tasks_end() noexcept {
         return;
     }
     {
-        const Locked locked(s);
+        const Guard guard(s->lock);
         s->ending = true;
         for (BackgroundTask *task : s->queue) {
             task_free(task);
@@ -422,7 +411,7 @@ uint32_t backgroundtask_cancel(BackgroundTask *task) noexcept {
     if (!s) {
         return failed;
     }
-    const Locked locked(s);
+    const Guard guard(s->lock);
     if (!known(s, task)) {
         return failed;
     }
@@ -443,7 +432,7 @@ uint32_t backgroundtask_join(BackgroundTask *task) noexcept {
     if (!s) {
         return failed;
     }
-    const Locked locked(s);
+    const Guard guard(s->lock);
     if (!known(s, task)) {
         return 0;
     }
@@ -459,7 +448,7 @@ uint32_t backgroundtask_join_object(void *owner) noexcept {
     if (!s) {
         return failed;
     }
-    const Locked locked(s);
+    const Guard guard(s->lock);
     return wait_until_none(s, [owner](const BackgroundTask *task) { return task->owner == owner; })
                ? 0
                : failed;
@@ -471,7 +460,7 @@ uint32_t backgroundtask_purge_object(void *owner) noexcept {
         return failed;
     }
     const auto owned = [owner](const BackgroundTask *task) { return task->owner == owner; };
-    const Locked locked(s);
+    const Guard guard(s->lock);
     std::erase_if(s->queue, [&](BackgroundTask *task) {
         const bool drop = owned(task);
         if (drop) {

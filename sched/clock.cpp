@@ -1,21 +1,63 @@
-// Clocks: set, unset, free.
+// Clocks: made, set, unset, freed.
 //
 // Thread safety: any thread may set and unset; a change of the queue holds the queue lock of the
-// scheduler that serves the clock. Freeing a clock waits for its function when that runs on another
-// thread, so that nothing fires after its owner is gone; a clock may be freed by its own function.
+// scheduler that serves the clock. Freeing a clock, or the object it belongs to, waits for its
+// function when that runs on another thread, so that nothing fires for an owner that is gone; a
+// clock may be freed by its own function. Lock order: the owners' table, then a queue.
 #include <algorithm>
 #include <cmath>
 #include <thread>
 
+#include "platform/platform.h"
 #include "sched/scheduler.h"
 
 namespace kiv {
 
 namespace {
 
+struct State {
+    platform::CriticalSection lock;
+    OwnedTable<Clock> by_owner;
+};
+State &state() {
+    return immortal<State>();
+}
+
+void join_scheduler(Clock *clock) {
+    Scheduler *const scheduler = clock->scheduler;
+    if (!scheduler || scheduler == scheduler_global()) {
+        return;  // which outlives its clocks
+    }
+    const Guard guard(scheduler->queue_lock);
+    clock->sibling = scheduler->clocks;
+    clock->sibling_link = &scheduler->clocks;
+    if (clock->sibling) {
+        clock->sibling->sibling_link = &clock->sibling;
+    }
+    scheduler->clocks = clock;
+}
+
+void leave_scheduler(Clock *clock) {
+    if (!clock->scheduler || clock->scheduler == scheduler_global()) {
+        return;
+    }
+    const Guard guard(clock->scheduler->queue_lock);
+    *clock->sibling_link = clock->sibling;
+    if (clock->sibling) {
+        clock->sibling->sibling_link = clock->sibling_link;
+    }
+}
+
 void clock_free(Clock *clock) {
+    if (clock->owned.owner) {
+        const Guard guard(state().lock);
+        state().by_owner.remove(clock);
+    }
     clock_unset(clock);
-    clock_wait_fired(queue_owner(clock->scheduler), clock);
+    while (clock_fires_elsewhere(clock)) {
+        std::this_thread::yield();
+    }
+    leave_scheduler(clock);
 }
 
 Class *make_clock_class() {
@@ -45,46 +87,60 @@ double sane(double ms) {
 }
 
 void set_at(Clock *clock, double time, double offset) {
-    Scheduler *const owner = queue_owner(clock->scheduler);
-    bool became_head = false;
+    const double due = sane(time);
+    const double sort_time = sane(due + sane(offset));
+    bool became_global_head = false;
     {
-        const Guard guard(owner->queue_lock);
+        const QueueGuard guard(clock->scheduler);
+        Scheduler *const owner = guard.owner();
         if (clock->queue_slot) {
             clock_unlink(owner, clock);
         }
-        clock->time = sane(time);
-        clock->sort_time = sane(clock->time + sane(offset));
-        became_head = clock_link(owner, clock);
+        clock->time = due;
+        clock->sort_time = sort_time;
+        became_global_head = clock_link(owner, clock) && owner == scheduler_global();
     }
-    if (became_head && owner == scheduler_global()) {
-        timer_head_changed(clock->sort_time);
+    if (became_global_head) {
+        timer_head_changed(sort_time);
     }
+}
+
+// Unsets the clocks of an owner; true when one of them fires on another thread just now.
+bool cancel_waiting(Object *owner) {
+    const Guard guard(state().lock);
+    bool fires = false;
+    state().by_owner.visit(owner, [&fires](Clock *clock) {
+        clock_unset(clock);
+        fires = fires || clock_fires_elsewhere(clock);
+        return true;
+    });
+    return fires;
 }
 
 }  // namespace
 
-void clock_wait_fired(Scheduler *owner, const Clock *clock) noexcept {
-    if (owner->runner.load(std::memory_order_acquire) == systhread_self()) {
-        return;
+Clock *clock_make(void *owner, Method function, Scheduler *scheduler, Object *owner_object,
+                  bool tracked) noexcept {
+    auto *clock = static_cast<Clock *>(object_alloc(clock_class()));
+    if (!clock) {
+        return nullptr;
     }
-    while (owner->firing.load(std::memory_order_acquire) == clock) {
-        std::this_thread::yield();
+    clock->owner = owner;
+    clock->function = function;
+    clock->scheduler = scheduler;
+    clock->owner_object = owner_object;
+    join_scheduler(clock);
+    if (owner_object && tracked) {
+        obex_flags_set(owner_object, ObexHasClocks);
+        const Guard guard(state().lock);
+        state().by_owner.add(clock, owner_object);
     }
+    return clock;
 }
 
 void clocks_cancel(Object *owner) noexcept {
-    Scheduler *const schedulers[] = {queue_owner(scheduler_fromobject(owner)),
-                                     queue_owner(scheduler_get())};
-    const int count = schedulers[0] == schedulers[1] ? 1 : 2;
-    for (int i = 0; i < count; ++i) {
-        const Guard guard(schedulers[i]->queue_lock);
-        for (Clock *clock = schedulers[i]->queue; clock;) {
-            Clock *const next = clock->next;
-            if (clock->owner_object == owner) {
-                clock_unlink(schedulers[i], clock);
-            }
-            clock = next;
-        }
+    while (cancel_waiting(owner)) {
+        std::this_thread::yield();
     }
 }
 
@@ -93,18 +149,8 @@ void clocks_cancel(Object *owner) noexcept {
 using namespace kiv;
 
 Clock *clock_new_withscheduler(void *owner, Method function, Scheduler *scheduler) noexcept {
-    auto *clock = static_cast<Clock *>(object_alloc(clock_class()));
-    if (!clock) {
-        return nullptr;
-    }
-    clock->owner = owner;
-    clock->function = function;
-    clock->scheduler = scheduler ? scheduler : scheduler_global();
-    if (object_valid(owner)) {
-        clock->owner_object = static_cast<Object *>(owner);
-        obex_flags_set(clock->owner_object, ObexHasClocks);
-    }
-    return clock;
+    Object *const owner_object = object_valid(owner) ? static_cast<Object *>(owner) : nullptr;
+    return clock_make(owner, function, scheduler, owner_object, true);
 }
 
 Clock *clock_new(void *owner, Method function) noexcept {
@@ -143,10 +189,9 @@ void clock_unset(Clock *clock) noexcept {
     if (!clock) {
         return;
     }
-    Scheduler *const owner = queue_owner(clock->scheduler);
-    const Guard guard(owner->queue_lock);
+    const QueueGuard guard(clock->scheduler);
     if (clock->queue_slot) {
-        clock_unlink(owner, clock);
+        clock_unlink(guard.owner(), clock);
     }
 }
 

@@ -102,6 +102,17 @@ void clocks_shift(Scheduler *owner, const Scheduler *scheduler, double delta) no
     }
 }
 
+void clocks_move(Scheduler *from, Scheduler *to, const Scheduler *scheduler) noexcept {
+    for (Clock *clock = from->queue; clock;) {
+        Clock *const next = clock->next;
+        if (clock->scheduler == scheduler) {
+            clock_unlink(from, clock);
+            clock_link(to, clock);
+        }
+        clock = next;
+    }
+}
+
 const char *clock_queue_check(Scheduler *scheduler) noexcept {
     const Guard guard(scheduler->queue_lock);
     for (const Clock *clock = scheduler->queue; clock; clock = clock->next) {

@@ -1,14 +1,17 @@
 // Deferred and scheduled calls: a private copy of a message, run once later.
 //
 // A record owns its atoms and its element (a queue element or a clock) and frees both, and itself,
-// when it has run or is dropped. Thread safety: records are made on any thread and end on the
-// thread that runs them; a record whose owner is freed first is emptied by deferred_cancel under
-// the lock `calls`, which the run takes as well to claim its owner.
+// when it has run or comes up after it was dropped. Thread safety: records are made on any thread
+// and end on the thread that runs them. `lock` guards the table of the records that name an owner:
+// freeing the owner drops those that wait, and waits for one that runs on another thread.
 #include <kiv/console.h>
 
 #include <algorithm>
 #include <cstring>
+#include <thread>
 
+#include "platform/platform.h"
+#include "sched/guarded.h"
 #include "sched/qelem.h"
 
 namespace kiv {
@@ -20,47 +23,32 @@ struct DeferredCall {
     void *owner;
     Symbol *selector;
     Method function;
-    int16_t count;
+    int16_t count;  // of the atoms, as far as it goes
     Atom *atoms;
     Object *element;  // the Qelem or the Clock that runs it
     int32_t front;
     // Private from here on.
-    bool dropped;   // the owner was freed while the call waited
-    bool to_defer;  // hand the call on to the main thread
-    DeferredCall *next_call, *previous_call;
+    int32_t atom_count;
+    bool to_defer;    // hand the call on to the main thread
+    bool dropped;     // the owner was freed while the call waited; under the lock
+    ThreadId runner;  // thread that makes the call now, or 0; under the lock
+    OwnedLink<DeferredCall> owned;
 };
 
-// Calls that wait and name an owner, so that freeing the owner finds them.
 struct State {
     platform::CriticalSection lock;
-    DeferredCall *calls = nullptr;
+    OwnedTable<DeferredCall> by_owner;
 };
 State &state() {
-    static State instance;
-    return instance;
+    return immortal<State>();
 }
-
-class Locked {
-  public:
-    Locked() { state().lock.enter(); }
-    ~Locked() { state().lock.exit(); }
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-};
 
 using CallFunction = void (*)(void *owner, Symbol *selector, int32_t argc, Atom *argv);
 
 void call_free(DeferredCall *call) {
-    {
-        const Locked locked;
-        if (call->previous_call) {
-            call->previous_call->next_call = call->next_call;
-        } else if (state().calls == call) {
-            state().calls = call->next_call;
-        }
-        if (call->next_call) {
-            call->next_call->previous_call = call->previous_call;
-        }
+    if (call->owned.owner) {
+        const Guard guard(state().lock);
+        state().by_owner.remove(call);
     }
     sysmem_freeptr(call->atoms);
     object_free(call->element);
@@ -79,8 +67,21 @@ Class *call_class() {
     return c;
 }
 
-// The record, its atoms copied; marked on the owner unless the call asks for idle priority.
-DeferredCall *call_make(void *owner, Method function, Symbol *selector, int32_t argc, Atom *argv) {
+bool copy_atoms(DeferredCall *call, int32_t argc, const Atom *argv) {
+    const int64_t size = int64_t{sizeof(Atom)} * argc;
+    call->atoms = static_cast<Atom *>(sysmem_newptr(size));
+    if (!call->atoms) {
+        error("sysmem_newptr: unable to allocate block of size %d!", static_cast<int32_t>(size));
+        return false;
+    }
+    std::memcpy(call->atoms, argv, static_cast<size_t>(size));
+    call->atom_count = argc;
+    call->count = static_cast<int16_t>(std::min(argc, 32767));
+    return true;
+}
+
+DeferredCall *call_make(void *owner, Method function, Symbol *selector, int32_t argc,
+                        const Atom *argv) {
     auto *call = static_cast<DeferredCall *>(object_alloc(call_class()));
     if (!call) {
         return nullptr;
@@ -88,72 +89,78 @@ DeferredCall *call_make(void *owner, Method function, Symbol *selector, int32_t 
     call->owner = owner;
     call->selector = selector;
     call->function = function;
-    if (argc > 0 && argv) {
-        call->count = static_cast<int16_t>(std::min(argc, 32767));
-        const auto size = static_cast<int64_t>(sizeof(Atom)) * call->count;
-        call->atoms = static_cast<Atom *>(sysmem_newptr(size));
-        if (!call->atoms) {
-            object_free(call);
-            return nullptr;
-        }
-        std::memcpy(call->atoms, argv, static_cast<size_t>(size));
+    if (argc > 0 && argv && !copy_atoms(call, argc, argv)) {
+        object_free(call);
+        return nullptr;
     }
     if (selector != "idlepriority"_sym && object_valid(owner)) {
         obex_flags_set(static_cast<Object *>(owner), ObexHasDeferred);
-        const Locked locked;
-        call->next_call = state().calls;
-        if (state().calls) {
-            state().calls->previous_call = call;
-        }
-        state().calls = call;
+        const Guard guard(state().lock);
+        state().by_owner.add(call, owner);
     }
     return call;
 }
 
-// False when the owner is gone: the call must not be made.
-bool owner_lives(const DeferredCall *call) {
-    const Locked locked;
-    return !call->dropped && (!call->owner || object_valid(call->owner));
+// The owner as an object, when the record is marked with it.
+Object *marked_owner(const DeferredCall *call) {
+    return call->owned.owner ? static_cast<Object *>(call->owner) : nullptr;
 }
 
-// The element's function. The event context names the record; the callee is to see its owner.
+// False when the owner is gone: the call must not be made.
+bool claim(DeferredCall *call) {
+    const Guard guard(state().lock);
+    if (call->dropped || (call->owner && !object_valid(call->owner))) {
+        return false;
+    }
+    call->runner = systhread_self();
+    return true;
+}
+
+// The event context names the record; whoever is called is to see its owner.
+void name_owner(const DeferredCall *call) {
+    EventContext *const context = event_context();
+    if (context && context->owner == call) {
+        context->owner = call->owner;
+    }
+}
+
+void make_call(void *owner, Method function, Symbol *selector, int32_t argc, Atom *argv) {
+    guarded("deferred call", owner,
+            [&] { reinterpret_cast<CallFunction>(function)(owner, selector, argc, argv); });
+}
+
+// The function of a record's queue element or clock.
 void call_run(DeferredCall *call) {
-    if (owner_lives(call)) {
-        EventContext *const context = event_context();
-        if (context && context->owner == call) {
-            context->owner = call->owner;
+    if (claim(call)) {
+        name_owner(call);
+        if (call->to_defer) {
+            defer(call->owner, call->function, call->selector, call->atom_count, call->atoms);
+        } else {
+            make_call(call->owner, call->function, call->selector, call->atom_count, call->atoms);
         }
-        reinterpret_cast<CallFunction>(call->function)(call->owner, call->selector, call->count,
-                                                       call->atoms);
     }
     object_free(call);
 }
 
-void scheduled_run(DeferredCall *call) {
-    if (call->to_defer && owner_lives(call)) {
-        defer(call->owner, call->function, call->selector, call->count, call->atoms);
+// Gives a record what runs it; null, and the record freed, when that could not be made.
+DeferredCall *with_element(DeferredCall *call, void *element) {
+    call->element = static_cast<Object *>(element);
+    if (!element) {
         object_free(call);
-    } else {
-        call_run(call);
+        return nullptr;
     }
+    return call;
 }
 
 DeferredCall *queue_call(bool front, void *owner, Method function, Symbol *selector, int32_t argc,
                          Atom *argv) {
     DeferredCall *const call = call_make(owner, function, selector, argc, argv);
-    if (!call) {
+    Qelem *const element = call ? qelem_new(call, method(call_run)) : nullptr;
+    if (!call || !with_element(call, element)) {
         return nullptr;
     }
-    Qelem *const element = qelem_new(call, method(call_run));
-    call->element = reinterpret_cast<Object *>(element);
     call->front = front ? 1 : 0;
-    if (!element) {
-        object_free(call);
-        return nullptr;
-    }
-    if (selector != "idlepriority"_sym && object_valid(owner)) {
-        qelem_owner_set(element, static_cast<Object *>(owner));
-    }
+    qelem_owner_set(element, marked_owner(call));
     if (front) {
         queue_front(low_queue(), element);
     } else {
@@ -168,28 +175,34 @@ void schedule_call(void *owner, Method function, double delay, bool to_defer, Sy
     if (!call) {
         return;
     }
+    // Not tracked: freeing the owner drops the call, which takes its clock with it.
     Clock *const clock =
-        clock_new_withscheduler(call, method(scheduled_run), scheduler_fromobject(owner));
-    call->element = reinterpret_cast<Object *>(clock);
-    call->to_defer = to_defer;
-    if (!clock) {
-        object_free(call);
-        return;
+        clock_make(call, method(call_run), scheduler_fromobject(owner), marked_owner(call), false);
+    if (with_element(call, clock)) {
+        call->to_defer = to_defer;
+        clock_fdelay(clock, std::max(0.0, delay));
     }
-    clock->owner_object = nullptr;  // freeing the owner drops the call, which frees the clock
-    clock_fdelay(clock, std::max(delay, 0.0));
+}
+
+// Drops an owner's waiting calls; true when one of them runs on another thread just now.
+bool drop_waiting(const Object *owner) {
+    const ThreadId self = systhread_self();
+    const Guard guard(state().lock);
+    bool runs = false;
+    state().by_owner.visit(owner, [&](DeferredCall *call) {
+        call->dropped = true;
+        runs = runs || (call->runner != 0 && call->runner != self);
+        return true;
+    });
+    return runs;
 }
 
 }  // namespace
 
-// Waiting calls stay in their queues and are dropped, not run, when they come up.
+// Waiting calls stay in their queues and are let go of when they come up.
 void deferred_cancel(Object *owner) noexcept {
-    if (!(obex_flags(owner) & ObexHasDeferred)) {
-        return;
-    }
-    const Locked locked;
-    for (DeferredCall *call = state().calls; call; call = call->next_call) {
-        call->dropped = call->dropped || call->owner == owner;
+    while (drop_waiting(owner)) {
+        std::this_thread::yield();
     }
 }
 
@@ -202,7 +215,7 @@ void *defer(void *owner, Method function, Symbol *selector, int32_t argc, Atom *
         return nullptr;
     }
     if (systhread_ismainthread()) {
-        reinterpret_cast<CallFunction>(function)(owner, selector, argc, argv);
+        make_call(owner, function, selector, argc, argv);
         return nullptr;
     }
     return defer_low(owner, function, selector, argc, argv);
@@ -234,9 +247,7 @@ void *defer_sys_low(void *owner, Method function, Symbol *selector, int32_t argc
     Atom made[2];
     atom_setobj(made, call);
     atom_setobj(made + 1, reinterpret_cast<void *>(call_run));
-    call->element = static_cast<Object *>(object_new_typed("nobox"_sym, "sysqelem"_sym, 2, made));
-    if (!call->element) {
-        object_free(call);
+    if (!with_element(call, object_new_typed("nobox"_sym, "sysqelem"_sym, 2, made))) {
         return nullptr;
     }
     object_method(call->element, "setowner"_sym, owner);

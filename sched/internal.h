@@ -14,6 +14,10 @@
 #include <type_traits>
 #include <vector>
 
+namespace kiv::platform {
+class CriticalSection;
+}
+
 namespace kiv {
 
 // --- Memory (memory.cpp) -------------------------------------------------------------------------
@@ -47,12 +51,25 @@ using Text = std::basic_string<char, std::char_traits<char>, SysAllocator<char>>
 template <class K, class V, class Less = std::less<K>>
 using Map = std::map<K, V, Less, SysAllocator<std::pair<const K, V>>>;
 
+// The one instance of T, a family's state. It is never destroyed: threads may still run, and call
+// in, while the process ends.
+template <class T>
+T &immortal() noexcept {
+    alignas(T) static std::byte storage[sizeof(T)];
+    static T *const instance = new (storage) T;
+    return *instance;
+}
+
 // --- Locks and threads (locks.cpp, threads.cpp) --------------------------------------------------
 
-// Holds a critical region (null or all ones: the global one) for a scope.
+// Holds a lock for a scope: a critical region (null or all ones: the global one), or a mutex or a
+// critical section, which are the same thing by other names.
 class Guard {
   public:
     explicit Guard(CriticalRef region) noexcept : region_(region) { critical_enter(region_); }
+    explicit Guard(MutexRef mutex) noexcept : Guard(reinterpret_cast<CriticalRef>(mutex)) {}
+    explicit Guard(platform::CriticalSection &section) noexcept
+        : Guard(reinterpret_cast<CriticalRef>(&section)) {}
     ~Guard() { critical_exit(region_); }
     Guard(const Guard &) = delete;
     Guard &operator=(const Guard &) = delete;
@@ -97,18 +114,24 @@ bool sysqelem_throttle_set(int64_t value) noexcept;
 
 // One pass of the global scheduler at the present time. Main thread, when not in overdrive.
 void scheduler_poll() noexcept;
-// Sort time of the earliest waiting clock of the global scheduler; false when none waits.
+// When the next pass of the global scheduler has something to do: the time of its earliest clock,
+// or of the earliest MIDI packet. False when nothing waits, or the scheduler is suspended.
 bool next_clock_time(double *time) noexcept;
 
-// Offline time: the time base stands still but for time_advance_to, which the host calls with the
-// time of the next clock once the queues are empty.
+// The time base (time_base.cpp): ms since the start time. Offline it stands still but for
+// time_advance_to, which the host calls with the time of the next clock once the queues are empty.
+double time_now() noexcept;
 void time_offline_begin() noexcept;
 void time_advance_to(double time) noexcept;
-double time_now() noexcept;  // ms since the start time
 
-// --- Deferred execution (defer.cpp) --------------------------------------------------------------
+// --- Deferred execution (qelem.cpp, qelem_statistics.cpp) ----------------------------------------
 
 void deferred_start() noexcept;
+// While the low-priority queue is disabled, its passes run nothing and ask for another.
+void low_queue_disable(bool on) noexcept;
+// On: every queue element made from the first time on counts how it is used, from zero. Off: posts
+// the counts of those that were set. The receiver "kiv" has a message for it. Main thread.
+void queue_statistics(bool on) noexcept;
 // One pass of each main-thread queue. The result says when the next one is wanted: in so many ms,
 // 0 at once, negative when nothing waits.
 double main_queues_pass() noexcept;

@@ -8,20 +8,29 @@
 // Thread safety: all queues change under one lock, which is never held while an element's function
 // runs. Walk protocol of a pass: the head is unlinked and its owner and function copied before the
 // call; afterwards the element is not touched, since its function may have freed it. Freeing an
-// element waits for its function when that runs on the main thread and the caller is another one.
+// element waits for its function when that runs on the main thread and the caller is another one;
+// for that `running` holds a frame for each pass under way.
 #include "sched/qelem.h"
 
 #include <algorithm>
 #include <cmath>
 #include <thread>
+#include <utility>
 
 #include "platform/platform.h"
+#include "sched/guarded.h"
 
 namespace kiv {
 
 namespace {
 
 constexpr double system_pass_interval_ms = 33.333333;
+
+// What a pass is calling now; on the main thread's stack.
+struct Running {
+    const Qelem *element;  // null between two elements
+    Running *outer;
+};
 
 struct State {
     platform::CriticalSection lock;
@@ -30,25 +39,17 @@ struct State {
     Queue system;
     platform::Event wake{false};
     std::atomic<bool> wake_pending{false};
-    std::atomic<Qelem *> running{nullptr};
+    Running *running = nullptr;  // innermost first; under the lock
+    std::atomic<bool> low_disabled{false};
     double last_system_pass = -1e9;
     Class *element_class = nullptr;
     Class *system_class = nullptr;
 };
 State &state() {
-    static State instance;
-    return instance;
+    return immortal<State>();
 }
 
 thread_local bool in_queue = false;
-
-class Locked {
-  public:
-    Locked() { state().lock.enter(); }
-    ~Locked() { state().lock.exit(); }
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-};
 
 void unlink(Qelem *element) {
     Queue &queue = *element->queue;
@@ -72,17 +73,21 @@ void link_head(Queue &queue, Qelem *element) {
     element->queue = &queue;
 }
 
-void wait_run(const Qelem *element) {
-    if (!systhread_ismainthread()) {
-        while (state().running.load(std::memory_order_acquire) == element) {
-            std::this_thread::yield();
-        }
+bool runs(const Qelem *element) {
+    const Guard guard(state().lock);
+    const Running *frame = state().running;
+    while (frame && frame->element != element) {
+        frame = frame->outer;
     }
+    return frame != nullptr;
 }
 
 void element_free(Qelem *element) {
     queue_remove(element);
-    wait_run(element);
+    while (!systhread_ismainthread() && runs(element)) {
+        std::this_thread::yield();
+    }
+    statistics_freed(element);
 }
 
 Qelem *element_make(Class *c, void *owner, Method function) {
@@ -90,6 +95,7 @@ Qelem *element_make(Class *c, void *owner, Method function) {
     if (element) {
         element->owner = owner;
         element->function = function;
+        statistics_made(element);
     }
     return element;
 }
@@ -114,7 +120,7 @@ Class *make_class(const char *name, Method constructor) {
 
 // Elements now waiting, counted no further than `most`.
 uint32_t waiting(Queue &queue, uint32_t most) {
-    const Locked locked;
+    const Guard guard(state().lock);
     uint32_t n = 0;
     for (const Qelem *element = queue.head; element && n < most; element = element->next) {
         ++n;
@@ -122,37 +128,53 @@ uint32_t waiting(Queue &queue, uint32_t most) {
     return n;
 }
 
-void run_elements(Queue &queue, uint32_t count) {
-    for (; count > 0; --count) {
-        state().lock.enter();
-        Qelem *const element = queue.head;
-        if (!element) {
-            state().lock.exit();
-            return;
-        }
+// Takes the head off a queue; null when it is empty.
+Qelem *take_head(Queue &queue, Running *frame, void **owner, Method *function) {
+    const Guard guard(state().lock);
+    Qelem *const element = queue.head;
+    frame->element = element;
+    if (element) {
         unlink(element);
         element->set.exchange(0, std::memory_order_acq_rel);
-        void *const owner = element->owner;
-        const Method function = element->function;
-        EventContext context{element->owner_object ? element->owner_object : owner, nullptr,
-                             nullptr};
-        Qelem *const outer = state().running.exchange(element, std::memory_order_release);
-        state().lock.exit();
-        event_context_push(&context);
-        reinterpret_cast<void (*)(void *)>(function)(owner);
-        event_context_pop();
-        state().running.store(outer, std::memory_order_release);
+        *owner = element->owner;
+        *function = element->function;
+        statistics_run(element);
     }
+    return element;
 }
 
+void run_elements(Queue &queue, uint32_t count) {
+    if (count == 0) {
+        return;
+    }
+    Running frame{};
+    {
+        const Guard guard(state().lock);
+        frame.outer = std::exchange(state().running, &frame);
+    }
+    void *owner = nullptr;
+    Method function = nullptr;
+    for (; count > 0 && take_head(queue, &frame, &owner, &function); --count) {
+        EventContext context{owner, nullptr, nullptr};
+        event_context_push(&context);
+        guarded("queue element", owner,
+                [&] { reinterpret_cast<void (*)(void *)>(function)(owner); });
+        event_context_pop();
+    }
+    const Guard guard(state().lock);
+    state().running = frame.outer;
+}
+
+// How long the system queue has still to wait, in ms. Offline it need not: time stands still.
 double system_pass_delay() {
-    return time_is_offline() ? 0.0
-                             : std::max(0.0, system_pass_interval_ms -
-                                                 std::fabs(time_now() - state().last_system_pass));
+    const double passed = std::fabs(time_now() - state().last_system_pass);
+    return time_is_offline() || passed > system_pass_interval_ms
+               ? 0.0
+               : std::max(system_pass_interval_ms - passed, 0.001);
 }
 
 bool empty(Queue &queue) {
-    const Locked locked;
+    const Guard guard(state().lock);
     return queue.head == nullptr;
 }
 
@@ -175,16 +197,18 @@ void qelem_owner_set(Qelem *element, Object *owner) noexcept {
 
 void queue_append(Queue &queue, Qelem *element) noexcept {
     if (element->set.exchange(1, std::memory_order_acq_rel)) {
+        statistics_already_set(element);
         return;
     }
     bool was_empty = false;
     {
-        const Locked locked;
+        const Guard guard(state().lock);
         if (element->queue || !element->set.load(std::memory_order_relaxed)) {
             return;  // another thread linked it, or withdrew the request
         }
         was_empty = queue.head == nullptr;
         link_tail(queue, element);
+        statistics_set(element);
     }
     if (was_empty) {
         main_wake();
@@ -194,13 +218,14 @@ void queue_append(Queue &queue, Qelem *element) noexcept {
 void queue_front(Queue &queue, Qelem *element) noexcept {
     bool was_empty = false;
     {
-        const Locked locked;
+        const Guard guard(state().lock);
         was_empty = queue.head == nullptr;
         element->set.store(1, std::memory_order_release);
         if (element->queue) {
             unlink(element);
         }
         link_head(queue, element);
+        statistics_set(element);
     }
     if (was_empty) {
         main_wake();
@@ -208,7 +233,7 @@ void queue_front(Queue &queue, Qelem *element) noexcept {
 }
 
 void queue_remove(Qelem *element) noexcept {
-    const Locked locked;
+    const Guard guard(state().lock);
     element->set.store(0, std::memory_order_release);
     if (element->queue) {
         unlink(element);
@@ -219,18 +244,27 @@ Queue &low_queue() noexcept {
     return state().low;
 }
 
+void low_queue_disable(bool on) noexcept {
+    state().low_disabled.store(on);
+    main_wake();
+}
+
+// The idle queue has its turn before the low-priority one is emptied, or it would hardly ever run.
 double main_queues_pass() noexcept {
-    const bool outer = in_queue;
-    in_queue = true;
-    run_elements(state().low, waiting(state().low, queue_throttle()));
-    in_queue = outer;
+    constexpr double disabled_retry_ms = 1.0;
+    sched_idledequeue();
+    const bool disabled = state().low_disabled.load();
+    if (!disabled) {
+        const bool outer = std::exchange(in_queue, true);
+        run_elements(state().low, waiting(state().low, queue_throttle()));
+        in_queue = outer;
+    }
     if (!empty(state().system) && system_pass_delay() <= 0.0) {
         state().last_system_pass = time_now();
         run_elements(state().system, waiting(state().system, sysqelem_throttle()));
     }
-    sched_idledequeue();
     if (!empty(state().low)) {
-        return 0.0;
+        return disabled ? disabled_retry_ms : 0.0;
     }
     return empty(state().system) ? -1.0 : system_pass_delay();
 }
@@ -246,9 +280,7 @@ void main_wake() noexcept {
 }
 
 void main_wait(double ms) noexcept {
-    const uint32_t timeout =
-        ms < 0.0 ? platform::wait_forever : static_cast<uint32_t>(std::min(std::ceil(ms), 1e9));
-    state().wake.wait(timeout);
+    state().wake.wait(ms);
     state().wake_pending.store(false);
 }
 

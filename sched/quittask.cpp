@@ -22,22 +22,13 @@ struct State {
     QuitTask *newest = nullptr;
 };
 State &state() noexcept {
-    static State instance;
-    return instance;
+    return immortal<State>();
 }
-
-class Locked {
-  public:
-    Locked() noexcept { state().lock.enter(); }
-    ~Locked() { state().lock.exit(); }
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-};
 
 // Takes the newest task that fits off the list; the caller frees it.
 template <class Fits>
 QuitTask *take(Fits fits) noexcept {
-    const Locked locked;
+    const Guard guard(state().lock);
     for (QuitTask **link = &state().newest; *link; link = &(*link)->next) {
         QuitTask *task = *link;
         if (fits(task)) {
@@ -77,7 +68,7 @@ void quittask_install(Method routine, void *argument) noexcept {
     if (!task) {
         return;
     }
-    const Locked locked;
+    const Guard guard(state().lock);
     *task = {state().newest, routine, argument};
     state().newest = task;
 }

@@ -6,8 +6,10 @@
 #include <atomic>
 #include <bit>
 #include <cstring>
+#include <utility>
 
-#include "sched/qelem.h"
+#include "sched/guarded.h"
+#include "sched/scheduler.h"
 
 struct LockfreeQueue {
     std::atomic<uint32_t> written;
@@ -26,6 +28,8 @@ struct ScheduleQueue {
     void (*function)(void *owner, int64_t value);
     Clock *clock;
     LockfreeQueue *ring;
+    // Private from here on.
+    bool *freed;  // of the drain under way, on the stack of the thread it runs on; null: none
 };
 
 namespace kiv {
@@ -39,20 +43,31 @@ char *slot(LockfreeQueue *queue, uint32_t counter) {
     return queue->storage + size_t{(counter / 2) & (queue->capacity - 1)} * queue->element_size;
 }
 
-// Deliberately, a value found after a full drain's worth is dropped, not kept.
+// Deliberately, a value found after a full drain's worth is dropped, not kept. The function may
+// free the queue, which ends the drain.
 void drain(ScheduleQueue *queue) {
+    bool freed = false;
+    bool *const outer = std::exchange(queue->freed, &freed);
     int64_t value = 0;
-    for (uint32_t delivered = 0; lockfreequeue_pop(queue->ring, &value) == 0; ++delivered) {
-        if (delivered == scheduled_values) {
+    for (uint32_t delivered = 0;
+         lockfreequeue_pop(queue->ring, &value) == 0 && delivered < scheduled_values; ++delivered) {
+        guarded("schedule_queue", queue->owner, [&] { queue->function(queue->owner, value); });
+        if (freed) {
+            if (outer) {
+                *outer = true;
+            }
             return;
         }
-        queue->function(queue->owner, value);
     }
+    queue->freed = outer;
 }
 
 void schedule_queue_free(ScheduleQueue *queue) {
-    object_free(queue->clock);
+    object_free(queue->clock);  // waits for a drain on another thread
     lockfreequeue_free(queue->ring);
+    if (queue->freed) {
+        *queue->freed = true;
+    }
 }
 
 Class *make_schedule_queue_class() {
@@ -149,7 +164,8 @@ ScheduleQueue *schedule_queue_new(void *owner, Method function) noexcept {
     queue->owner = owner;
     queue->function = reinterpret_cast<void (*)(void *, int64_t)>(function);
     queue->ring = lockfreequeue_new(scheduled_values, sizeof(int64_t));
-    queue->clock = clock_new_withscheduler(queue, method(drain), scheduler_fromobject(owner));
+    queue->clock = clock_make(queue, method(drain), scheduler_fromobject(owner),
+                              object_valid(owner) ? static_cast<Object *>(owner) : nullptr, true);
     if (!queue->ring || !queue->clock) {
         object_free(queue);
         return nullptr;

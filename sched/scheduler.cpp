@@ -1,12 +1,13 @@
-// Schedulers, their passes and their time.
+// Schedulers: their life, their times, chaining, tuning and suspension.
 //
-// Thread safety: a pass holds the run lock for its whole length and the queue lock only around each
-// change of the queue, never while a clock's function runs. Lock order: run lock, queue lock. Walk
-// protocol of a pass: the head is taken off and copied to locals before its function is called;
-// afterwards nothing of that clock is touched, since its function may have freed it.
+// Thread safety: a scheduler's times are read on any thread. Its chaining changes under both queue
+// locks, and moves what waits; so a clock always waits on the queue that serves its scheduler. A
+// scheduler that is freed lets go of its clocks, which then count as the global one's.
+#include <kiv/atom.h>
 #include <kiv/attr.h>
 #include <kiv/console.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -27,100 +28,80 @@ struct State {
     std::atomic<uint32_t> queue_throttle{100};
     std::atomic<uint32_t> sysqelem_throttle{1000};
     std::atomic<double> slop{25.0};
-    std::atomic<int64_t> main_passes{0};
-    std::atomic<int64_t> other_passes{0};
 };
 State state;
 
 thread_local Scheduler *current_scheduler = nullptr;  // of scheduler_set
-thread_local Scheduler *running_scheduler = nullptr;  // whose pass this thread is in
-thread_local bool in_global_pass = false;
 
+// --- Life ----------------------------------------------------------------------------------------
+
+void let_go_of_clocks(Scheduler *scheduler) {
+    const Guard guard(scheduler->queue_lock);
+    while (Clock *const clock = scheduler->clocks) {
+        scheduler->clocks = clock->sibling;
+        clock->scheduler = state.global;
+    }
+}
+
+// Waits for runs on other threads; one on this thread, whose clock frees its scheduler, is told.
 void scheduler_free(Scheduler *scheduler) {
+    critical_enter(scheduler->run_lock);
+    for (Firing *frame = scheduler->firing; frame; frame = frame->outer) {
+        frame->scheduler_freed = true;
+        critical_exit(scheduler->run_lock);
+    }
+    critical_exit(scheduler->run_lock);
+    if (scheduler->chain_to_global) {
+        const Guard guard(state.global->queue_lock);
+        clocks_move(state.global, scheduler, scheduler);
+    }
     scheduler_drop_queue(scheduler);
+    let_go_of_clocks(scheduler);
+    if (current_scheduler == scheduler) {
+        current_scheduler = nullptr;
+    }
     critical_free(scheduler->queue_lock);
     critical_free(scheduler->run_lock);
     state.count.fetch_sub(1);
 }
 
-// Takes the head off the queue when it is due at `now`, and moves the logical time.
-struct Due {
-    Clock *clock;
-    void *owner;
-    Method function;
-    Qelem *deferral;
-};
-
-bool take_due(Scheduler *scheduler, double now, bool by_sort_time, Due *due) {
-    const Guard guard(scheduler->queue_lock);
-    Clock *const clock = scheduler->queue;
-    if (!clock || (by_sort_time ? clock->sort_time : clock->time) > now) {
-        return false;
+// The setter of "chaintoglobal". What waits moves to the queue that serves it from now on.
+ErrorCode set_chain(Scheduler *scheduler, void *, int32_t argc, Atom *argv) {
+    if (argc < 1 || scheduler == state.global) {
+        return ErrorNone;
     }
-    if (scheduler->time.load(std::memory_order_relaxed) - clock->sort_time <
-        state.slop.load(std::memory_order_relaxed)) {
-        scheduler->time.store(clock->time, std::memory_order_relaxed);
+    const bool chain = atom_getlong(argv) != 0;
+    {
+        const Guard own(scheduler->queue_lock);
+        const Guard global(state.global->queue_lock);
+        if ((scheduler->chain_to_global != 0) == chain) {
+            return ErrorNone;
+        }
+        scheduler->chain_to_global = chain ? 1 : 0;
+        Scheduler *const from = chain ? scheduler : state.global;
+        clocks_move(from, chain ? state.global : scheduler, scheduler);
     }
-    clock_unlink(scheduler, clock);
-    *due = {clock, clock->owner, clock->function, clock->deferral};
-    scheduler->firing.store(clock, std::memory_order_release);
-    return true;
+    timer_head_changed(-std::numeric_limits<double>::infinity());
+    return ErrorNone;
 }
 
-void fire(Scheduler *scheduler, const Due &due) {
-    if (due.deferral) {
-        qelem_set(due.deferral);
-    } else {
-        EventContext context{due.owner, nullptr, nullptr};
-        event_context_push(&context);
-        reinterpret_cast<void (*)(void *)>(due.function)(due.owner);
-        event_context_pop();
+Scheduler *stored_scheduler(void *x) {
+    void *scheduler = nullptr;
+    if (object_obex_lookup(x, "#S"_sym, &scheduler) != ErrorNone || !object_valid(scheduler) ||
+        class_of(scheduler) != state.scheduler_class) {
+        return nullptr;
     }
-    scheduler->firing.store(nullptr, std::memory_order_release);
+    return static_cast<Scheduler *>(scheduler);
 }
 
-// The run lock, the thread's marks, and the record of a run, for the length of a pass.
-class Run {
-  public:
-    explicit Run(Scheduler *scheduler)
-        : scheduler_(scheduler),
-          outer_(running_scheduler),
-          outer_runner_(scheduler->runner.load()),
-          outer_firing_(scheduler->firing.load()) {
-        running_scheduler = scheduler;
-        scheduler->runner.store(systhread_self());
-        scheduler->has_run = true;
-    }
-    ~Run() {
-        scheduler_->firing.store(outer_firing_);
-        scheduler_->runner.store(outer_runner_);
-        running_scheduler = outer_;
-        critical_exit(scheduler_->run_lock);
-    }
-    Run(const Run &) = delete;
-    Run &operator=(const Run &) = delete;
-
-  private:
-    Scheduler *scheduler_;
-    Scheduler *outer_;
-    uint32_t outer_runner_;  // the run lock is recursive: a function may run its own scheduler
-    Clock *outer_firing_;
-};
-
-void set_times(Scheduler *scheduler, double time) {
-    scheduler->time = time;
-    if (systhread_isaudiothread()) {
-        scheduler->audio_time = time;
-    }
-}
+// --- Suspension and tuning -----------------------------------------------------------------------
 
 // Runs on the main thread after sched_suspend and sched_resume: a suspended scheduler needs no
 // timer, and its clocks fire, late, in the first pass after it resumes.
 void apply_suspension(void *) {
-    if (state.suspended.load()) {
-        system_timer_pause(true);
-    } else {
-        system_timer_pause(false);
+    const bool suspended = state.suspended.load();
+    system_timer_pause(suspended);
+    if (!suspended) {
         main_wake();
     }
 }
@@ -156,12 +137,13 @@ void scheduler_start() noexcept {
     state.scheduler_class = class_new("scheduler", nullptr, method(scheduler_free),
                                       static_cast<int32_t>(sizeof(Scheduler)), nullptr, 0);
     class_addattr(state.scheduler_class,
-                  attr_offset_new("chaintoglobal", "long"_sym, 0, nullptr, nullptr,
+                  attr_offset_new("chaintoglobal", "long"_sym, 0, nullptr, method(set_chain),
                                   static_cast<int32_t>(offsetof(Scheduler, chain_to_global))));
     class_register("nobox"_sym, state.scheduler_class);
     state.global = scheduler_new();
     kernel_hooks().cancel_clocks = cancel_for;
-    timer_start_family();
+    takeover_start();
+    time_now();  // fixes the start time
 }
 
 void scheduler_shutdown() noexcept {
@@ -179,76 +161,20 @@ int32_t scheduler_count() noexcept {
 }
 
 Scheduler *queue_owner(Scheduler *scheduler) noexcept {
-    return !scheduler || scheduler->chain_to_global ? state.global : scheduler;
+    return !scheduler || scheduler->chain_to_global.load(std::memory_order_relaxed) ? state.global
+                                                                                    : scheduler;
 }
 
 CriticalRef scheduler_run_lock(Scheduler *scheduler) noexcept {
     return queue_owner(scheduler)->run_lock;
 }
 
-void scheduler_drop_queue(Scheduler *scheduler) noexcept {
-    const Guard guard(scheduler->queue_lock);
-    while (scheduler->queue) {
-        clock_unlink(scheduler, scheduler->queue);
-    }
+bool scheduler_is_shut_down() noexcept {
+    return state.shut_down.load(std::memory_order_relaxed);
 }
 
-double scheduler_time(Scheduler *scheduler, bool cached) noexcept {
-    if (in_global_pass || running_scheduler == scheduler || scheduler->direct_time) {
-        return scheduler->time;
-    }
-    if (!scheduler->has_run && scheduler != state.global) {
-        return state.global->time;
-    }
-    const Guard guard(scheduler->queue_lock);
-    const double estimate = scheduler->time + (time_now() - scheduler->real_time);
-    if (!cached) {
-        return estimate;
-    }
-    if (estimate - scheduler->outside_time > 2.0) {
-        scheduler->outside_time = estimate;
-    }
-    return scheduler->outside_time;
-}
-
-void scheduler_pass(double now) noexcept {
-    Scheduler *const global = state.global;
-    if (state.shut_down.load()) {
-        scheduler_drop_queue(global);
-        return;
-    }
-    if (state.suspended.load() || !critical_tryenter(global->run_lock)) {
-        return;
-    }
-    const Run run(global);
-    const bool outer_pass = in_global_pass;
-    in_global_pass = true;
-    set_times(global, now);
-    global->real_time = now;
-    (systhread_ismainthread() ? state.main_passes : state.other_passes).fetch_add(1);
-    for (uint32_t left = state.poll_throttle.load(); left > 0; --left) {
-        global->time.store(now, std::memory_order_relaxed);
-        Due due;
-        if (!take_due(global, now, true, &due)) {
-            break;
-        }
-        fire(global, due);
-    }
-    global->time = now;
-    in_global_pass = outer_pass;
-}
-
-void scheduler_poll() noexcept {
-    scheduler_pass(time_now());
-}
-
-bool next_clock_time(double *time) noexcept {
-    const Guard guard(state.global->queue_lock);
-    if (!state.global->queue) {
-        return false;
-    }
-    *time = state.global->queue->sort_time;
-    return true;
+bool scheduler_is_suspended() noexcept {
+    return state.suspended.load(std::memory_order_relaxed);
 }
 
 bool slop_set(double ms) noexcept {
@@ -267,12 +193,20 @@ bool sysqelem_throttle_set(int64_t value) noexcept {
     return true;
 }
 
+double slop() noexcept {
+    return state.slop.load(std::memory_order_relaxed);
+}
+
+uint32_t poll_throttle() noexcept {
+    return state.poll_throttle.load(std::memory_order_relaxed);
+}
+
 uint32_t queue_throttle() noexcept {
-    return state.queue_throttle.load();
+    return state.queue_throttle.load(std::memory_order_relaxed);
 }
 
 uint32_t sysqelem_throttle() noexcept {
-    return state.sysqelem_throttle.load();
+    return state.sysqelem_throttle.load(std::memory_order_relaxed);
 }
 
 }  // namespace kiv
@@ -289,32 +223,6 @@ Scheduler *scheduler_new() noexcept {
     return scheduler;
 }
 
-void scheduler_run(Scheduler *scheduler, double until) noexcept {
-    if (!scheduler) {
-        return;
-    }
-    Scheduler *const owner = queue_owner(scheduler);
-    if (state.shut_down.load()) {
-        scheduler_drop_queue(owner);
-        return;
-    }
-    if (!critical_tryenter(owner->run_lock)) {
-        return;
-    }
-    const Run run(owner);
-    Scheduler *const previous = scheduler_set(scheduler);
-    for (uint32_t left = state.poll_throttle.load(); left > 0; --left) {
-        Due due;
-        if (!take_due(owner, until, false, &due)) {
-            break;
-        }
-        fire(owner, due);
-    }
-    set_times(owner, until);
-    owner->real_time = time_now();
-    scheduler_set(previous);
-}
-
 Scheduler *scheduler_set(Scheduler *scheduler) noexcept {
     Scheduler *const previous = scheduler_get();
     current_scheduler = scheduler;
@@ -326,6 +234,9 @@ Scheduler *scheduler_get() noexcept {
 }
 
 void scheduler_settime(Scheduler *scheduler, double time) noexcept {
+    if (std::isnan(time)) {
+        return;
+    }
     if (!scheduler) {
         takeover_time_set(time);
     }
@@ -341,33 +252,31 @@ void scheduler_gettime(Scheduler *scheduler, double *out) noexcept {
 }
 
 void scheduler_shift(Scheduler *scheduler, double delta) noexcept {
-    if (!scheduler || std::isnan(delta)) {
+    if (!scheduler || !std::isfinite(delta)) {
         return;
     }
-    Scheduler *const owner = queue_owner(scheduler);
-    const Guard guard(owner->queue_lock);
+    const QueueGuard guard(scheduler);
     scheduler->time = scheduler->time + delta;
-    clocks_shift(owner, scheduler, delta);
+    clocks_shift(guard.owner(), scheduler, delta);
 }
 
 Scheduler *scheduler_fromobject(void *x) noexcept {
-    // With no scheduler but the global one, as in nearly every session, there is nothing to look
-    // up.
+    // With no scheduler but the global one, as in nearly every session, nothing is looked up.
     if (state.count.load(std::memory_order_relaxed) <= 1 || !object_valid(x)) {
         return state.global;
     }
-    void *scheduler = nullptr;
-    if (object_obex_lookup(x, "#S"_sym, &scheduler) == ErrorNone && object_valid(scheduler)) {
-        return static_cast<Scheduler *>(scheduler);
+    if (Scheduler *const own = stored_scheduler(x)) {
+        return own;
     }
     Object *const box = object_box(static_cast<Object *>(x));
     void *const patcher = box ? object_attr_getobj(box, "patcher"_sym) : "#P"_sym->thing;
-    if (object_valid(patcher) && patcher != x &&
-        object_obex_lookup(patcher, "#S"_sym, &scheduler) == ErrorNone && object_valid(scheduler)) {
-        object_obex_storeflags(x, "#S"_sym, scheduler, ContainerReference);
-        return static_cast<Scheduler *>(scheduler);
+    Scheduler *const shared =
+        object_valid(patcher) && patcher != x ? stored_scheduler(patcher) : nullptr;
+    if (!shared) {
+        return state.global;
     }
-    return state.global;
+    object_obex_storeflags(x, "#S"_sym, reinterpret_cast<Object *>(shared), ContainerReference);
+    return shared;
 }
 
 double scheduler_getaudioschedulertime(Scheduler *scheduler) noexcept {
@@ -375,7 +284,7 @@ double scheduler_getaudioschedulertime(Scheduler *scheduler) noexcept {
 }
 
 void scheduler_setaudioschedulertime(Scheduler *scheduler, double time) noexcept {
-    if (scheduler) {
+    if (scheduler && !std::isnan(time)) {
         queue_owner(scheduler)->audio_time = time;
     }
 }
@@ -383,7 +292,9 @@ void scheduler_setaudioschedulertime(Scheduler *scheduler, double time) noexcept
 int32_t gettime() noexcept {
     double time = 0.0;
     clock_getftime(&time);
-    return static_cast<int32_t>(static_cast<int64_t>(time));
+    constexpr double most = std::numeric_limits<int32_t>::max();
+    constexpr double least = std::numeric_limits<int32_t>::min();
+    return static_cast<int32_t>(std::clamp(time, least, most));
 }
 
 int32_t getschedtime() noexcept {
@@ -410,8 +321,4 @@ void sched_suspend() noexcept {
 
 void sched_resume() noexcept {
     suspension_changed(false, "sched_resume");
-}
-
-int32_t sched_isinpoll() noexcept {
-    return in_global_pass ? 1 : 0;
 }

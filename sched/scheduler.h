@@ -2,13 +2,16 @@
 //
 // Invariants of a clock queue, under its queue lock:
 //   1. `queue` and the clocks' `next` hold every waiting clock in firing order: ascending sort
-//   time,
-//      equal sort times in the order of setting (ascending `sequence`).
+//      time, equal sort times in the order of setting (ascending `sequence`).
 //   2. `express[l]` and the clocks' `express[l]` skip along the same order: a clock of height h is
-//   on
-//      the first h - 1 express lanes. So setting and unsetting cost the logarithm of the number of
-//      waiting clocks, and taking the head costs its height.
+//      on the first h - 1 express lanes. So setting and unsetting cost the logarithm of the number
+//      of waiting clocks, and taking the head costs its height.
 //   3. A clock is set exactly when its `queue_slot` is not null.
+//   4. `firing` holds a frame for each run of the scheduler that is under way.
+//
+// Lock order: the lock of the owners' table (owned.h); a run lock; a private scheduler's queue
+// lock; the global one's queue lock. No queue lock is held while anything is called that may set a
+// clock.
 #pragma once
 
 #include <kiv/clock.h>
@@ -19,27 +22,40 @@
 
 #include "kernel/internal.h"
 #include "sched/internal.h"
+#include "sched/owned.h"
 
-inline constexpr int clock_express_lanes =
-    11;  // with a quarter on each next lane: 16 million clocks
+inline constexpr int clock_express_lanes = 11;  // a quarter on each next lane: 16 million clocks
+
+namespace kiv {
+
+// What a run of a scheduler is calling now; on the stack of the thread that runs it.
+struct Firing {
+    const Clock *clock;  // null between two clocks
+    const Object *owner_object;
+    ThreadId thread;
+    bool scheduler_freed;  // by the clock's own function: the run must let go of it
+    Firing *outer;
+};
+
+}  // namespace kiv
 
 struct Scheduler {
     Object ob;
     Clock *queue;
-    std::atomic<double> time;          // logical time; read from any thread
-    std::atomic<double> audio_time;    // scheduler time as seen from audio threads
-    std::atomic<double> real_time;     // of the last run, on the time base
-    std::atomic<double> outside_time;  // last estimate handed out outside a run
+    std::atomic<double> time;        // logical time; read from any thread
+    std::atomic<double> audio_time;  // scheduler time as seen from audio threads
+    double real_time;                // of the last run, on the time base; under the queue lock
+    double outside_time;             // last estimate handed out outside a run; under the queue lock
     CriticalRef queue_lock;
     CriticalRef run_lock;
-    int32_t chain_to_global;
+    std::atomic<int32_t> chain_to_global;  // changes under both queue locks
     uint8_t direct_time;
     // Private from here on.
     std::atomic<bool> has_run;
     Clock *express[clock_express_lanes];
-    uint64_t settings;             // numbers the settings of clocks, so that order survives ties
-    std::atomic<Clock *> firing;   // the clock whose function runs now
-    std::atomic<uint32_t> runner;  // identifier of the thread that runs it
+    uint64_t settings;    // numbers the settings of clocks, so that order survives ties
+    kiv::Firing *firing;  // innermost first; under the queue lock
+    Clock *clocks;        // all clocks of a private scheduler; under its own queue lock
 };
 
 struct Clock {
@@ -50,13 +66,16 @@ struct Clock {
     Clock **queue_slot;
     double sort_time;
     double time;
-    Scheduler *scheduler;
+    Scheduler *scheduler;  // null: a clock of no scheduler waits on the global one's queue
     Object *owner_object;
     Qelem *deferral;
     // Private from here on.
     uint64_t sequence;
     int32_t height;
     Clock *express[clock_express_lanes];
+    Clock *sibling;        // the next clock of the same private scheduler
+    Clock **sibling_link;  // what leads to this one among them
+    kiv::OwnedLink<Clock> owned;
 };
 
 namespace kiv {
@@ -64,38 +83,95 @@ namespace kiv {
 // The scheduler whose queue and locks serve `scheduler`: itself, or the global one it chains to.
 Scheduler *queue_owner(Scheduler *scheduler) noexcept;
 
-// Under the owner's queue lock. Linking answers true when the clock became the head.
+// Holds the lock of the queue that serves a scheduler, whatever becomes of its chaining meanwhile.
+class QueueGuard {
+  public:
+    explicit QueueGuard(Scheduler *scheduler) noexcept : owner_(queue_owner(scheduler)) {
+        critical_enter(owner_->queue_lock);
+        for (Scheduler *now = queue_owner(scheduler); now != owner_; now = queue_owner(scheduler)) {
+            critical_exit(owner_->queue_lock);
+            owner_ = now;
+            critical_enter(owner_->queue_lock);
+        }
+    }
+    ~QueueGuard() { critical_exit(owner_->queue_lock); }
+    QueueGuard(const QueueGuard &) = delete;
+    QueueGuard &operator=(const QueueGuard &) = delete;
+    Scheduler *owner() const noexcept { return owner_; }
+
+  private:
+    Scheduler *owner_;
+};
+
+// --- The queue (clock_queue.cpp); under the owner's queue lock -----------------------------------
+
+// True when the clock became the head.
 bool clock_link(Scheduler *owner, Clock *clock) noexcept;
 void clock_unlink(Scheduler *owner, Clock *clock) noexcept;
 // Adds delta to both times of the clocks that belong to `scheduler`, and puts them in order again.
 void clocks_shift(Scheduler *owner, const Scheduler *scheduler, double delta) noexcept;
-// Names what is broken in a queue, or answers null. Tests and debug builds only.
+// Moves the waiting clocks that belong to `scheduler` from one queue to another.
+void clocks_move(Scheduler *from, Scheduler *to, const Scheduler *scheduler) noexcept;
+// Names what is broken in a queue, or answers null. Takes the lock. Tests only.
 const char *clock_queue_check(Scheduler *scheduler) noexcept;
 
+// --- Clocks (clock.cpp) --------------------------------------------------------------------------
+
+// A clock whose function gets `owner`, on behalf of `owner_object` (or nobody): freeing that object
+// takes the clock off its queue, when `tracked`.
+Clock *clock_make(void *owner, Method function, Scheduler *scheduler, Object *owner_object,
+                  bool tracked) noexcept;
+// Unsets every clock of an object that is being freed, and waits for those that fire elsewhere.
+void clocks_cancel(Object *owner) noexcept;
+
+// --- Runs (pass.cpp) -----------------------------------------------------------------------------
+
+// One pass of the global scheduler at `now`.
+void scheduler_pass(double now) noexcept;
+// True while another thread runs the clock's function.
+bool clock_fires_elsewhere(const Clock *clock) noexcept;
 // Logical time for a caller outside the audio rule: inside a pass the logical time, else the
 // outside estimate (through its cache, unless told otherwise).
 double scheduler_time(Scheduler *scheduler, bool cached) noexcept;
 // Takes off the queue and forgets every waiting clock.
 void scheduler_drop_queue(Scheduler *scheduler) noexcept;
-// Waits until a clock's function, running on another thread, has returned.
-void clock_wait_fired(Scheduler *owner, const Clock *clock) noexcept;
-void clocks_cancel(Object *owner) noexcept;
 
-// One pass of the global scheduler at `now`.
-void scheduler_pass(double now) noexcept;
+bool scheduler_is_shut_down() noexcept;
+bool scheduler_is_suspended() noexcept;
+uint32_t poll_throttle() noexcept;
+uint32_t queue_throttle() noexcept;
+uint32_t sysqelem_throttle() noexcept;
+double slop() noexcept;
+// The time of the next clock or MIDI packet, infinite for none. It is noted in `watched` before a
+// clock or packet that comes first can be announced by timer_head_changed.
+double next_due_watched(std::atomic<double> &watched) noexcept;
+
+// --- The time base, the timer, takeover ----------------------------------------------------------
+
+// The reading of the time base that real times are kept in: no move of the start time touches it.
+double time_base() noexcept;
+// Moves the start time so that time_now gives `reading`.
+void time_reading_set(double reading) noexcept;
+bool time_is_offline() noexcept;
+
 // Tells the timer that a clock became the head of the global queue.
 void timer_head_changed(double sort_time) noexcept;
-void timer_start_family() noexcept;
-// Stops and restarts the ticks of a started timer (suspension).
+// Stops and restarts the ticks of a started timer: for a suspension, or while an audio driver does
+// its work (which it does in overdrive only).
 void system_timer_pause(bool paused) noexcept;
+void system_timer_take_over(bool on) noexcept;
+// The flags that an audio driver reads through the takeover record.
+int32_t *timer_running_flag() noexcept;
+int32_t *overdrive_flag() noexcept;
 
+void takeover_start() noexcept;
 double takeover_time() noexcept;
 void takeover_time_set(double time) noexcept;
 
-// Frees the deferred calls that wait for an object that is being freed.
-void deferred_cancel(Object *owner) noexcept;
+// --- Deferred calls (defer.cpp) ------------------------------------------------------------------
 
-uint32_t queue_throttle() noexcept;
-uint32_t sysqelem_throttle() noexcept;
+// Drops the deferred calls that wait for an object that is being freed, and waits for those that
+// run elsewhere.
+void deferred_cancel(Object *owner) noexcept;
 
 }  // namespace kiv

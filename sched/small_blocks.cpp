@@ -7,6 +7,7 @@
 #include <new>
 
 #include "platform/platform.h"
+#include "sched/internal.h"
 
 namespace kiv {
 
@@ -25,7 +26,6 @@ struct alignas(64) CentralStore {
     int64_t handed = 0;  // slots that are in caches or given out
 };
 
-// Never destroyed: threads may end after the process began to.
 struct Store {
     CentralStore classes[small_class_count];
     platform::CriticalSection lock;
@@ -34,23 +34,8 @@ struct Store {
 };
 
 Store &store() noexcept {
-    alignas(Store) static std::byte storage[sizeof(Store)];
-    static auto *instance = new (storage) Store;
-    return *instance;
+    return immortal<Store>();
 }
-
-class Lock {
-  public:
-    explicit Lock(platform::CriticalSection &section) noexcept : section_(section) {
-        section_.enter();
-    }
-    ~Lock() { section_.exit(); }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-
-  private:
-    platform::CriticalSection &section_;
-};
 
 // --- Slots ---------------------------------------------------------------------------------------
 
@@ -83,7 +68,7 @@ void take_single(CentralStore &central, size_t slot_size, int wanted, SlotList &
 
 void leave_all(SlotList &list, size_t size_class) noexcept {
     CentralStore &central = store().classes[size_class];
-    const Lock lock(central.lock);
+    const Guard guard(central.lock);
     while (FreeSlot *slot = list.first) {
         list.first = slot->next;
         slot->next = central.loose;
@@ -96,7 +81,7 @@ void leave_all(SlotList &list, size_t size_class) noexcept {
 
 bool slots_refill(SlotList &list, size_t size_class) noexcept {
     CentralStore &central = store().classes[size_class];
-    const Lock lock(central.lock);
+    const Guard guard(central.lock);
     if (FreeSlot *batch = central.batches) {
         central.batches = batch->next_batch;
         list.first = batch;
@@ -119,7 +104,7 @@ void slots_give_back(SlotList &list, size_t size_class) noexcept {
     last_kept->next = nullptr;
 
     CentralStore &central = store().classes[size_class];
-    const Lock lock(central.lock);
+    const Guard guard(central.lock);
     list.count_add(-batch);
     central.handed -= batch;
     given->next_batch = central.batches;
@@ -137,7 +122,7 @@ void thread_ends(void *value) {
     for (size_t i = 0; i < small_class_count; ++i) {
         leave_all(cache->lists[i], i);
     }
-    const Lock lock(store().lock);
+    const Guard guard(store().lock);
     cache->used = false;
 }
 
@@ -145,7 +130,7 @@ void thread_ends(void *value) {
 
 SlotCache *slot_cache_make() noexcept {
     Store &all = store();
-    const Lock lock(all.lock);
+    const Guard guard(all.lock);
     if (!all.slot && !(all.slot = platform::slot_create(thread_ends))) {
         return nullptr;
     }
@@ -176,10 +161,10 @@ int64_t small_blocks_live() noexcept {
     Store &all = store();
     int64_t live = 0;
     for (CentralStore &central : all.classes) {
-        const Lock lock(central.lock);
+        const Guard guard(central.lock);
         live += central.handed;
     }
-    const Lock lock(all.lock);
+    const Guard guard(all.lock);
     for (const SlotCache *cache = all.caches; cache; cache = cache->next) {
         for (const SlotList &list : cache->lists) {
             live -= list.count.load(std::memory_order_relaxed);

@@ -59,14 +59,6 @@ Pool &pool() noexcept {
     return *instance;
 }
 
-class Locked {
-  public:
-    Locked() noexcept { systhread_mutex_lock(pool().lock); }
-    ~Locked() { systhread_mutex_unlock(pool().lock); }
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-};
-
 // The task whose worker the thread runs, so that the worker does not wait for itself.
 thread_local const SysparallelTask *running_here = nullptr;
 
@@ -123,7 +115,7 @@ void grow(Pool &p, int32_t wanted) noexcept {
 // Gives the pool to a task: false when another has it.
 bool begin(SysparallelTask *task) noexcept {
     Pool &p = pool();
-    const Locked locked;
+    const Guard guard(pool().lock);
     if (p.task) {
         return false;
     }
@@ -143,7 +135,7 @@ bool begin(SysparallelTask *task) noexcept {
 
 void finish(SysparallelTask *task) noexcept {
     Pool &p = pool();
-    const Locked locked;
+    const Guard guard(pool().lock);
     while (p.busy > 0) {
         if (worker_waits(p) && p.threads < task->worker_count - 1) {
             run_next_worker(p);
@@ -161,7 +153,7 @@ void finish(SysparallelTask *task) noexcept {
 void task_destroy(SysparallelTask *task) {
     if (pool().made() && running_here != task) {
         Pool &p = pool();
-        const Locked locked;
+        const Guard guard(pool().lock);
         while (p.task == task) {
             systhread_cond_wait(p.idle, p.lock);
         }

@@ -1,281 +1,173 @@
-// The time base, the system timer, overdrive and audio takeover.
+// The system timer and overdrive.
 //
-// The timer ticks on the grid of its interval, but a tick that would find nothing due is slept
-// through: the timer's thread waits until the first grid point at or after the time of the head
-// clock, or without limit when no clock waits. So a runtime with nothing to do uses no processor,
-// and a clock that becomes the head cuts the wait short (timer_head_changed).
+// A tick runs a pass (in overdrive) or wakes the main thread to run one. The timer ticks only when
+// a clock or a MIDI packet is due, and never twice within its interval: its thread sleeps until the
+// head's time, or without limit when nothing waits, and what becomes the head cuts the sleep short
+// (timer_head_changed). So a runtime with nothing to do uses no processor, and a tick comes as soon
+// as there is something for it to do.
 //
-// Thread safety: the timer record changes on the thread that starts and stops it (the main thread,
-// or an audio driver's through takeover) under `lock`; ticks of an earlier generation do nothing.
+// Thread safety: the timer starts and stops under `lock`, on any thread. Each start is a generation
+// with a thread of its own; the thread of an earlier one does nothing more and ends.
+#include <kiv/console.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
 #include "platform/platform.h"
-#include "sched/qelem.h"
+#include "sched/scheduler.h"
 
 namespace kiv {
 
 namespace {
 
 constexpr double never = std::numeric_limits<double>::infinity();
-constexpr double resync_limit_ms = 100.0;
+constexpr int32_t timer_priority = 30;
 
 struct State {
     platform::CriticalSection lock;
-    platform::Event changed{false};       // the head, the interval or the generation changed
+    bool wanted = false;                  // by the host
+    bool paused = false;                  // the scheduler is suspended
+    bool taken_over = false;              // by an audio driver
+    ThreadId thread = 0;                  // of the present generation
     std::atomic<uint32_t> generation{0};  // odd while the timer runs
-    std::atomic<double> sleeping_until{never};
-    std::atomic<double> start_time{0.0};  // first reading of the time base
     std::atomic<double> interval{1.0};
-    std::atomic<bool> overdrive{false};
-    std::atomic<bool> wanted{false};  // the host started the timer
-    std::atomic<bool> paused{false};
-    std::atomic<bool> poll_requested{false};
-    std::atomic<bool> offline{false};
-    std::atomic<double> offline_time{0.0};
-    uint32_t thread = 0;  // identifier of the timer's thread, for joining
+    std::atomic<double> sleeping_until{never};
+    platform::Event changed{false};  // the head, the interval or the generation changed
+    std::atomic<int32_t> running{0};
+    std::atomic<int32_t> overdrive{0};
 };
+static_assert(sizeof(std::atomic<int32_t>) == sizeof(int32_t));
 State &state() {
-    static State instance;
-    return instance;
-}
-
-// What an audio driver finds under "__takeover". Field order is part of the interface.
-struct TakeoverRecord {
-    void (*poll)();
-    void (*set_takeover)(int32_t on);
-    double time;
-    double sample_rate_khz;
-    int32_t *timer_running;
-    double ms_per_sample;
-    int32_t *overdrive;
-    double sample_rate_khz_again;
-    double ms_per_sample_again;
-    uintptr_t zero;
-};
-
-int32_t timer_running_flag = 0;
-int32_t overdrive_flag = 0;
-bool takeover_on = false;
-
-void takeover_poll();
-
-TakeoverRecord takeover{takeover_poll,
-                        sched_set_takeover,
-                        0.0,
-                        44.1,
-                        &timer_running_flag,
-                        0.022675736961451247,
-                        &overdrive_flag,
-                        44.1,
-                        0.022675736961451247,
-                        0};
-
-void takeover_poll() {
-    if (!state().overdrive.load()) {
-        return;
-    }
-    const double reading = time_now();
-    if (std::fabs(takeover.time - reading) > resync_limit_ms) {
-        state().start_time.store(state().start_time.load() + reading - takeover.time);
-    }
-    scheduler_pass(takeover.time);
+    return immortal<State>();
 }
 
 void tick(double now) {
-    if (state().overdrive.load()) {
+    if (overdrive_get()) {
         scheduler_pass(now);
     } else {
         main_wake();  // the host polls the scheduler when it wakes
     }
 }
 
-// Milliseconds to sleep: to the first point of the interval's grid at or after the head's time.
-uint32_t sleep_for(double head, double now) {
-    const double interval = state().interval.load();
-    const double wait = std::ceil((head - now) / interval) * interval;
-    return static_cast<uint32_t>(std::clamp(std::ceil(wait), 1.0, 3600000.0));
-}
-
-uint32_t timer_thread(void *argument) {
+void *timer_thread(void *argument) {
     const auto generation = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(argument));
+    State &s = state();
     timer_thread_mark();
-    systhread_setpriority(systhread_self(), 30);
-    bool woke_main = false;
-    while (state().generation.load() == generation) {
-        double head = never;
-        next_clock_time(&head);
-        state().sleeping_until.store(head);
-        double again = never;  // the head may have changed before it was announced
-        next_clock_time(&again);
-        if (again != head) {
+    platform::time_punctual();
+    double earliest = -never;  // when the next tick may come, on the platform's clock
+    while (s.generation.load() == generation) {
+        const double until_due = next_due_watched(s.sleeping_until) - time_now();
+        const double now = platform::time_ms();
+        const double wait = std::max(until_due, earliest - now);
+        if (wait > 0.0) {
+            s.changed.wait(wait == never ? platform::wait_forever : wait);
             continue;
         }
-        const double now = time_now();
-        if (head == never) {
-            state().changed.wait(platform::wait_forever);
-            woke_main = false;
-        } else if (head > now || woke_main) {
-            // A head that is due stays until the main thread has polled: look again in an interval.
-            state().changed.wait(sleep_for(std::max(head, now), now));
-            woke_main = false;
-        } else {
-            tick(now);
-            woke_main = !state().overdrive.load();
-        }
+        tick(time_now());
+        // Counted from when this tick was to come, lest its own lateness add up from tick to tick.
+        const double interval = std::floor(s.interval.load());
+        earliest = std::max(now + wait, now - interval) + interval;
     }
-    return 0;
+    s.changed.set();  // what this thread was woken by may have been meant for its successor
+    return nullptr;
 }
 
-void start_ticks() {
-    if (state().generation.load() & 1) {
-        return;
-    }
-    const uint32_t generation = state().generation.fetch_add(1) + 1;
-    timer_running_flag = 1;
-    platform::thread_start(timer_thread, reinterpret_cast<void *>(uintptr_t{generation}), 0,
-                           &state().thread);
-}
-
-void stop_ticks() {
-    if (!(state().generation.load() & 1)) {
-        return;
-    }
-    state().generation.fetch_add(1);
-    timer_running_flag = 0;
-    state().changed.set();
-    if (platform::thread_self() != state().thread) {
-        platform::thread_join(state().thread, nullptr);
+void start_ticks(State &s) {
+    const uint32_t generation = s.generation.fetch_add(1) + 1;
+    s.running.store(1);
+    const auto argument = reinterpret_cast<void *>(uintptr_t{generation});
+    if (systhread_create(method(timer_thread), argument, 0, timer_priority, 0, &s.thread) != 0) {
+        s.generation.fetch_add(1);
+        s.running.store(0);
+        error("the system timer cannot start its thread");
     }
 }
 
-// Brings the ticks in line with what the host, suspension and takeover ask for.
-void apply() {
-    const bool run = state().wanted.load() && !state().paused.load() &&
-                     !(takeover_on && state().overdrive.load());
-    if (run) {
-        start_ticks();
-    } else {
-        stop_ticks();
-    }
+// The thread that is to end.
+ThreadId stop_ticks(State &s) {
+    s.generation.fetch_add(1);
+    s.running.store(0);
+    s.changed.set();
+    return s.thread;
 }
 
-class StateLock {
-  public:
-    StateLock() { state().lock.enter(); }
-    ~StateLock() { state().lock.exit(); }
-    StateLock(const StateLock &) = delete;
-    StateLock &operator=(const StateLock &) = delete;
-};
+// Changes what is asked of the timer and brings the ticks in line with it. The result is the thread
+// that has to end, or 0. Nobody waits for it here, since it may be what is calling.
+template <class Change>
+ThreadId apply(Change change) {
+    State &s = state();
+    const Guard guard(s.lock);
+    change(s);
+    const bool run = s.wanted && !s.paused && !(s.taken_over && overdrive_get());
+    const bool runs = (s.generation.load() & 1) != 0;
+    if (run && !runs) {
+        start_ticks(s);
+    }
+    return runs && !run ? stop_ticks(s) : 0;
+}
 
-// What audio drivers call when they start: the driver's first buffer resynchronises by itself.
-void audio_starting() {}
+template <class Change>
+void apply_and_forget(Change change) {
+    if (const ThreadId ending = apply(change)) {
+        systhread_detach(ending);
+    }
+}
 
 }  // namespace
 
-void timer_start_family() noexcept {
-    state().start_time.store(platform::time_ms());
-    "__takeover"_sym->thing = &takeover;
-    "systimer_notifystartiovector"_sym->thing = reinterpret_cast<void *>(audio_starting);
-}
-
 void system_timer_start() noexcept {
-    const StateLock lock;
-    state().wanted.store(true);
-    apply();
+    apply_and_forget([](State &s) { s.wanted = true; });
 }
 
 void system_timer_stop() noexcept {
-    const StateLock lock;
-    state().wanted.store(false);
-    apply();
+    const ThreadId ending = apply([](State &s) { s.wanted = false; });
+    if (ending && systhread_join(ending, nullptr) != 0) {  // the timer's thread calls
+        systhread_detach(ending);
+    }
 }
 
 void system_timer_pause(bool paused) noexcept {
-    const StateLock lock;
-    state().paused.store(paused);
-    apply();
+    apply_and_forget([paused](State &s) { s.paused = paused; });
+}
+
+void system_timer_take_over(bool on) noexcept {
+    apply_and_forget([on](State &s) { s.taken_over = on; });
 }
 
 void timer_head_changed(double sort_time) noexcept {
-    if ((state().generation.load(std::memory_order_relaxed) & 1) &&
-        sort_time < state().sleeping_until.load()) {
-        state().changed.set();
+    State &s = state();
+    if ((s.generation.load(std::memory_order_relaxed) & 1) &&
+        sort_time < s.sleeping_until.load(std::memory_order_relaxed)) {
+        s.changed.set();
     }
 }
 
+int32_t *timer_running_flag() noexcept {
+    return reinterpret_cast<int32_t *>(&state().running);
+}
+
+int32_t *overdrive_flag() noexcept {
+    return reinterpret_cast<int32_t *>(&state().overdrive);
+}
+
 void overdrive_set(bool on) noexcept {
-    const StateLock lock;
-    if (state().overdrive.exchange(on) == on) {
-        return;
-    }
-    overdrive_flag = on ? 1 : 0;
-    apply();
+    apply_and_forget([on](State &s) { s.overdrive.store(on ? 1 : 0); });
     state().changed.set();
     main_wake();
 }
 
 bool overdrive_get() noexcept {
-    return state().overdrive.load();
+    return state().overdrive.load() != 0;
 }
 
 bool interval_set(double ms) noexcept {
     if (!(ms >= 1.0 && ms <= 20.0)) {
         return false;
     }
-    state().interval.store(std::floor(ms));
+    state().interval.store(ms);
     state().changed.set();
     return true;
 }
 
-double time_now() noexcept {
-    return state().offline.load(std::memory_order_relaxed)
-               ? state().offline_time.load(std::memory_order_relaxed)
-               : platform::time_ms() - state().start_time.load(std::memory_order_relaxed);
-}
-
-void time_offline_begin() noexcept {
-    state().offline_time.store(0.0);
-    state().offline.store(true);
-}
-
-void time_advance_to(double time) noexcept {
-    if (time > state().offline_time.load()) {
-        state().offline_time.store(time);
-    }
-}
-
-bool time_is_offline() noexcept {
-    return state().offline.load();
-}
-
-double takeover_time() noexcept {
-    return takeover.time;
-}
-
-void takeover_time_set(double time) noexcept {
-    takeover.time = time;
-}
-
 }  // namespace kiv
-
-using namespace kiv;
-
-void sched_set_takeover(int32_t on) noexcept {
-    const StateLock lock;
-    if (takeover_on == (on != 0)) {
-        return;
-    }
-    takeover_on = on != 0;
-    if (takeover_on) {
-        apply();
-        takeover.time = time_now();
-    } else {
-        if (state().overdrive.load()) {
-            // The reading goes on from where the driver's count stood.
-            state().start_time.store(platform::time_ms() - takeover.time);
-        }
-        apply();
-    }
-}

@@ -9,6 +9,7 @@
 #include <pthread.h>
 #include <time.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -156,11 +157,13 @@ void leave_event(EventState &event, WaiterLink &link) noexcept {
     (link.next ? link.next->previous : event.last) = link.previous;
 }
 
-timespec deadline_after(uint32_t ms) noexcept {
+timespec deadline_after(double ms) noexcept {
+    constexpr double longest_ms = 1e12;  // some thirty years
+    const auto ns = static_cast<int64_t>(std::clamp(ms, 0.0, longest_ms) * 1e6);
     timespec deadline;
     clock_gettime(CLOCK_MONOTONIC, &deadline);
-    deadline.tv_sec += static_cast<time_t>(ms / 1000);
-    deadline.tv_nsec += static_cast<long>(ms % 1000) * 1000000;
+    deadline.tv_sec += static_cast<time_t>(ns / 1000000000);
+    deadline.tv_nsec += static_cast<long>(ns % 1000000000);
     if (deadline.tv_nsec >= 1000000000) {
         deadline.tv_nsec -= 1000000000;
         ++deadline.tv_sec;
@@ -168,11 +171,11 @@ timespec deadline_after(uint32_t ms) noexcept {
     return deadline;
 }
 
-void sleep_until_claimed(Waiter &waiter, uint32_t timeout_ms) noexcept {
-    const timespec deadline = deadline_after(timeout_ms == wait_forever ? 0 : timeout_ms);
+void sleep_until_claimed(Waiter &waiter, double ms) noexcept {
+    const timespec deadline = deadline_after(ms);
     const Lock lock(waiter.mutex);
     while (waiter.claim.load() == unclaimed) {
-        if (timeout_ms == wait_forever) {
+        if (ms < 0.0) {
             pthread_cond_wait(&waiter.released, &waiter.mutex);
         } else if (pthread_cond_timedwait(&waiter.released, &waiter.mutex, &deadline) ==
                    ETIMEDOUT) {
@@ -181,7 +184,7 @@ void sleep_until_claimed(Waiter &waiter, uint32_t timeout_ms) noexcept {
     }
 }
 
-int wait_for(EventState *events[], int count, uint32_t timeout_ms) noexcept {
+int wait_for(EventState *events[], int count, double ms) noexcept {
     Waiter waiter;
     pthread_condattr_t attributes;
     must(pthread_condattr_init(&attributes), "pthread_condattr_init");
@@ -195,7 +198,7 @@ int wait_for(EventState *events[], int count, uint32_t timeout_ms) noexcept {
         links[i].index = i;
         join_event(*events[i], links[i]);
     }
-    sleep_until_claimed(waiter, timeout_ms);
+    sleep_until_claimed(waiter, ms);
     for (int i = 0; i < count; ++i) {
         leave_event(*events[i], links[i]);
     }
@@ -236,14 +239,14 @@ void Event::reset() noexcept {
     event.is_set = false;
 }
 
-bool Event::wait(uint32_t timeout_ms) noexcept {
+bool Event::wait(double ms) noexcept {
     EventState *events[] = {&event_state(storage_)};
-    return wait_for(events, 1, timeout_ms) == 0;
+    return wait_for(events, 1, ms) == 0;
 }
 
-int Event::wait_either(Event &first, Event &second, uint32_t timeout_ms) noexcept {
+int Event::wait_either(Event &first, Event &second, double ms) noexcept {
     EventState *events[] = {&event_state(first.storage_), &event_state(second.storage_)};
-    return wait_for(events, 2, timeout_ms);
+    return wait_for(events, 2, ms);
 }
 
 }  // namespace kiv::platform
