@@ -69,6 +69,9 @@ void setinterval(Application *, double ms) {
 void overdrive(Application *, int64_t on) {
     overdrive_set(on != 0);
 }
+void queuestatistics(Application *, int64_t on) {
+    queue_statistics(on != 0);
+}
 void quit(Application *) {
     quit_request();
 }
@@ -92,6 +95,7 @@ void application_start() {
     class_addmethod(c, method(setslop), "setslop", TypeFloat, 0);
     class_addmethod(c, method(setinterval), "setinterval", TypeFloat, 0);
     class_addmethod(c, method(overdrive), "overdrive", TypeLong, 0);
+    class_addmethod(c, method(queuestatistics), "queuestatistics", TypeLong, 0);
     class_addmethod(c, method(quit), "quit", 0);
     class_register("nobox"_sym, c);
     "kiv"_sym->thing = object_alloc(c);

@@ -89,7 +89,7 @@ double sane(double ms) {
 void set_at(Clock *clock, double time, double offset) {
     const double due = sane(time);
     const double sort_time = sane(due + sane(offset));
-    bool became_global_head = false;
+    bool on_global = false;
     {
         const QueueGuard guard(clock->scheduler);
         Scheduler *const owner = guard.owner();
@@ -98,10 +98,11 @@ void set_at(Clock *clock, double time, double offset) {
         }
         clock->time = due;
         clock->sort_time = sort_time;
-        became_global_head = clock_link(owner, clock) && owner == scheduler_global();
+        clock_link(owner, clock);
+        on_global = owner == scheduler_global();
     }
-    if (became_global_head) {
-        timer_head_changed(sort_time);
+    if (on_global) {
+        timer_clock_set(sort_time);
     }
 }
 
@@ -139,7 +140,7 @@ Clock *clock_make(void *owner, Method function, Scheduler *scheduler, Object *ow
 }
 
 void clocks_cancel(Object *owner) noexcept {
-    while (cancel_waiting(owner)) {
+    while (state().by_owner.may_hold(owner) && cancel_waiting(owner)) {
         std::this_thread::yield();
     }
 }

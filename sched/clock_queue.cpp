@@ -3,6 +3,12 @@
 //
 // A tree would set and unset as fast, but the chain in firing order is what walks the queue; lanes
 // over that chain keep one structure instead of two. Everything here runs under the queue lock.
+//
+// Who looks at the chain settles it first: what was set since the last look is put into its place.
+// So a clock that is set over and over, or unset before anybody looked, costs no search at all; and
+// since few clocks can wait to be placed, no look takes long.
+#include <algorithm>
+
 #include "sched/scheduler.h"
 
 namespace kiv {
@@ -11,31 +17,37 @@ namespace {
 
 constexpr int lanes = clock_express_lanes;
 
-// The links that lead to the place of a clock: [0] in the chain, [l] in express lane l - 1.
+// The links that lead to the place of a clock: in the chain, and in each express lane.
 struct Place {
-    Clock **links[lanes + 1];
+    Clock **chain;
+    ClockLane *express[lanes];
 };
 
 bool before(const Clock *a, double sort_time, uint64_t sequence) {
     return a->sort_time < sort_time || (a->sort_time == sort_time && a->sequence < sequence);
 }
 
+// Looks at the clock itself only when the times are equal: it is seldom in the cache.
+bool before(const ClockLane &a, double sort_time, uint64_t sequence) {
+    return a.sort_time < sort_time || (a.sort_time == sort_time && a.next->sequence < sequence);
+}
+
 Place find_place(Scheduler *owner, double sort_time, uint64_t sequence) {
     Place place;
     Clock *left = nullptr;  // the last clock known to stand before the place
     for (int lane = lanes - 1; lane >= 0; --lane) {
-        Clock **link = left ? &left->express[lane] : &owner->express[lane];
-        while (*link && before(*link, sort_time, sequence)) {
-            left = *link;
+        ClockLane *link = left ? &left->express[lane] : &owner->express[lane];
+        while (link->next && before(*link, sort_time, sequence)) {
+            left = link->next;
             link = &left->express[lane];
         }
-        place.links[lane + 1] = link;
+        place.express[lane] = link;
     }
     Clock **link = left ? &left->next : &owner->queue;
     while (*link && before(*link, sort_time, sequence)) {
         link = &(*link)->next;
     }
-    place.links[0] = link;
+    place.chain = link;
     return place;
 }
 
@@ -49,47 +61,64 @@ int random_height() {
 }
 
 void link_at(const Place &place, Clock *clock) {
-    clock->next = *place.links[0];
-    *place.links[0] = clock;
-    for (int level = 1; level < clock->height; ++level) {
-        clock->express[level - 1] = *place.links[level];
-        *place.links[level] = clock;
+    clock->next = *place.chain;
+    *place.chain = clock;
+    for (int lane = 0; lane < clock->height - 1; ++lane) {
+        clock->express[lane] = *place.express[lane];
+        *place.express[lane] = {clock, clock->sort_time};
     }
 }
 
 }  // namespace
 
-bool clock_link(Scheduler *owner, Clock *clock) noexcept {
+void clock_link(Scheduler *owner, Clock *clock) noexcept {
+    if (owner->arrival_count == most_arrivals) {
+        clocks_settle(owner);
+    }
     clock->sequence = ++owner->settings;
-    clock->height = random_height();
-    link_at(find_place(owner, clock->sort_time, clock->sequence), clock);
     clock->queue_slot = &owner->queue;
-    return owner->queue == clock;
+    owner->arrivals[owner->arrival_count++] = clock;
+    clock->arrival = owner->arrival_count;
 }
 
 void clock_unlink(Scheduler *owner, Clock *clock) noexcept {
+    clock->queue_slot = nullptr;
+    if (clock->arrival != 0) {
+        Clock *const last = owner->arrivals[--owner->arrival_count];
+        owner->arrivals[clock->arrival - 1] = last;
+        last->arrival = clock->arrival;
+        clock->arrival = 0;
+        return;
+    }
     if (owner->queue == clock) {  // the head is the head of every lane it is on
         owner->queue = clock->next;
-        for (int level = 1; level < clock->height; ++level) {
-            owner->express[level - 1] = clock->express[level - 1];
-        }
+        std::copy_n(clock->express, clock->height - 1, owner->express);
+        __builtin_prefetch(owner->queue);  // the next to be fired
     } else {
         const Place place = find_place(owner, clock->sort_time, clock->sequence);
-        *place.links[0] = clock->next;
-        for (int level = 1; level < clock->height; ++level) {
-            *place.links[level] = clock->express[level - 1];
+        *place.chain = clock->next;
+        for (int lane = 0; lane < clock->height - 1; ++lane) {
+            *place.express[lane] = clock->express[lane];
         }
     }
     clock->next = nullptr;
-    clock->queue_slot = nullptr;
+}
+
+void clocks_settle(Scheduler *owner) noexcept {
+    for (int32_t i = 0; i < owner->arrival_count; ++i) {
+        Clock *const clock = owner->arrivals[i];
+        clock->arrival = 0;
+        clock->height = random_height();
+        link_at(find_place(owner, clock->sort_time, clock->sequence), clock);
+    }
+    owner->arrival_count = 0;
 }
 
 void clocks_shift(Scheduler *owner, const Scheduler *scheduler, double delta) noexcept {
+    clocks_settle(owner);
     Clock *clock = owner->queue;
     owner->queue = nullptr;
-    for (Clock *&head : owner->express) {
-        head = nullptr;
-    }
+    std::fill_n(owner->express, lanes, ClockLane{});
     while (clock) {
         Clock *const next = clock->next;
         if (clock->scheduler == scheduler) {
@@ -103,6 +132,7 @@ void clocks_shift(Scheduler *owner, const Scheduler *scheduler, double delta) no
 }
 
 void clocks_move(Scheduler *from, Scheduler *to, const Scheduler *scheduler) noexcept {
+    clocks_settle(from);
     for (Clock *clock = from->queue; clock;) {
         Clock *const next = clock->next;
         if (clock->scheduler == scheduler) {
@@ -115,6 +145,7 @@ void clocks_move(Scheduler *from, Scheduler *to, const Scheduler *scheduler) noe
 
 const char *clock_queue_check(Scheduler *scheduler) noexcept {
     const Guard guard(scheduler->queue_lock);
+    clocks_settle(scheduler);
     for (const Clock *clock = scheduler->queue; clock; clock = clock->next) {
         if (clock->queue_slot != &scheduler->queue) {
             return "a waiting clock does not name its queue";
@@ -125,12 +156,16 @@ const char *clock_queue_check(Scheduler *scheduler) noexcept {
     }
     for (int lane = 0; lane < lanes; ++lane) {
         const Clock *waiting = scheduler->queue;
-        for (const Clock *clock = scheduler->express[lane]; clock; clock = clock->express[lane]) {
-            while (waiting && waiting != clock) {
+        for (const ClockLane *link = &scheduler->express[lane]; link->next;
+             link = &link->next->express[lane]) {
+            while (waiting && waiting != link->next) {
                 waiting = waiting->next;
             }
-            if (!waiting || clock->height < lane + 2) {
+            if (!waiting || waiting->height < lane + 2) {
                 return "an express lane holds a clock that is not on it";
+            }
+            if (waiting->sort_time != link->sort_time) {
+                return "an express lane has a clock's time wrong";
             }
         }
     }

@@ -201,7 +201,7 @@ bool drop_waiting(const Object *owner) {
 
 // Waiting calls stay in their queues and are let go of when they come up.
 void deferred_cancel(Object *owner) noexcept {
-    while (drop_waiting(owner)) {
+    while (state().by_owner.may_hold(owner) && drop_waiting(owner)) {
         std::this_thread::yield();
     }
 }

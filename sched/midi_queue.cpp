@@ -60,7 +60,7 @@ bool midi_queue_add(MidiOutput *output, double time, std::span<const uint8_t> by
     } catch (const std::bad_alloc &) {
         return false;
     }
-    timer_head_changed(due);
+    timer_clock_set(due);
     return true;
 }
 

@@ -7,6 +7,7 @@
 
 #include <kiv/object.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -26,6 +27,12 @@ struct OwnedLink {
 template <class Item>
 class OwnedTable {
   public:
+    // False when nothing of the owner's is in the table: most objects that are freed have nothing.
+    // Needs no lock.
+    bool may_hold(const void *owner) const noexcept {
+        return counts_[hash(owner) % counted].load(std::memory_order_acquire) != 0;
+    }
+
     void add(Item *item, const void *owner) noexcept {
         if (count_ >= chains_.size()) {
             grow();
@@ -33,12 +40,14 @@ class OwnedTable {
         item->owned.owner = owner;
         push(chain(owner), item);
         ++count_;
+        counts_[hash(owner) % counted].fetch_add(1, std::memory_order_release);
     }
 
     void remove(Item *item) noexcept {
         if (item->owned.link) {
             take(item);
             --count_;
+            counts_[hash(item->owned.owner) % counted].fetch_sub(1, std::memory_order_release);
         }
     }
 
@@ -55,13 +64,17 @@ class OwnedTable {
 
   private:
     static constexpr size_t first_chains = 256;
+    static constexpr size_t counted = 1024;
+
+    static size_t hash(const void *owner) noexcept {
+        return (reinterpret_cast<uintptr_t>(owner) * 0x9e3779b97f4a7c15u) >> 32;
+    }
 
     Item *&chain(const void *owner) noexcept {
         if (chains_.empty()) {
             return only_chain_;
         }
-        const uint64_t hash = reinterpret_cast<uintptr_t>(owner) * 0x9e3779b97f4a7c15u;
-        return chains_[(hash >> 32) & (chains_.size() - 1)];
+        return chains_[hash(owner) & (chains_.size() - 1)];
     }
 
     static void push(Item *&head, Item *item) noexcept {
@@ -105,6 +118,7 @@ class OwnedTable {
     Vector<Item *> chains_;
     Item *only_chain_ = nullptr;  // while there is no memory for more
     size_t count_ = 0;
+    std::atomic<uint32_t> counts_[counted] = {};  // items by their owners' hash
 };
 
 }  // namespace kiv

@@ -75,6 +75,7 @@ class Run {
         const Guard guard(scheduler_->queue_lock);
         frame_.clock = nullptr;  // the one before has returned
         frame_.owner_object = nullptr;
+        clocks_settle(scheduler_);
         Clock *const clock = scheduler_->queue;
         if (!clock || clock->*due_time > now) {
             return false;
@@ -130,6 +131,7 @@ bool clock_fires_elsewhere(const Clock *clock) noexcept {
 
 void scheduler_drop_queue(Scheduler *scheduler) noexcept {
     const Guard guard(scheduler->queue_lock);
+    clocks_settle(scheduler);
     while (scheduler->queue) {
         clock_unlink(scheduler, scheduler->queue);
     }
@@ -188,8 +190,10 @@ void scheduler_poll() noexcept {
 }
 
 double next_due_watched(std::atomic<double> &watched) noexcept {
-    const Guard guard(scheduler_global()->queue_lock);
-    const Clock *const head = scheduler_global()->queue;
+    Scheduler *const global = scheduler_global();
+    const Guard guard(global->queue_lock);
+    clocks_settle(global);
+    const Clock *const head = global->queue;
     const double next = std::min(head ? head->sort_time : std::numeric_limits<double>::infinity(),
                                  midi_queue_next());
     watched.store(next);

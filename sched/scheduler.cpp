@@ -81,7 +81,7 @@ ErrorCode set_chain(Scheduler *scheduler, void *, int32_t argc, Atom *argv) {
         Scheduler *const from = chain ? scheduler : state.global;
         clocks_move(from, chain ? state.global : scheduler, scheduler);
     }
-    timer_head_changed(-std::numeric_limits<double>::infinity());
+    timer_clock_set(-std::numeric_limits<double>::infinity());
     return ErrorNone;
 }
 

@@ -1,8 +1,9 @@
 // Records of schedulers and clocks, shared by the files of this folder.
 //
 // Invariants of a clock queue, under its queue lock:
-//   1. `queue` and the clocks' `next` hold every waiting clock in firing order: ascending sort
-//      time, equal sort times in the order of setting (ascending `sequence`).
+//   1. Once settled, `queue` and the clocks' `next` hold every waiting clock in firing order:
+//      ascending sort time, equal sort times in the order of setting (ascending `sequence`). Until
+//      then the clocks set last stand in `arrivals`, in no order.
 //   2. `express[l]` and the clocks' `express[l]` skip along the same order: a clock of height h is
 //      on the first h - 1 express lanes. So setting and unsetting cost the logarithm of the number
 //      of waiting clocks, and taking the head costs its height.
@@ -24,9 +25,16 @@
 #include "sched/internal.h"
 #include "sched/owned.h"
 
-inline constexpr int clock_express_lanes = 11;  // a quarter on each next lane: 16 million clocks
+inline constexpr int clock_express_lanes = 9;  // a quarter on each next lane: a million clocks
+inline constexpr int32_t most_arrivals = 64;
 
 namespace kiv {
+
+// A link of an express lane, with the sort time of the clock it leads to.
+struct ClockLane {
+    Clock *next;
+    double sort_time;
+};
 
 // What a run of a scheduler is calling now; on the stack of the thread that runs it.
 struct Firing {
@@ -52,7 +60,9 @@ struct Scheduler {
     uint8_t direct_time;
     // Private from here on.
     std::atomic<bool> has_run;
-    Clock *express[clock_express_lanes];
+    kiv::ClockLane express[clock_express_lanes];
+    Clock *arrivals[most_arrivals];
+    int32_t arrival_count;
     uint64_t settings;    // numbers the settings of clocks, so that order survives ties
     kiv::Firing *firing;  // innermost first; under the queue lock
     Clock *clocks;        // all clocks of a private scheduler; under its own queue lock
@@ -72,7 +82,8 @@ struct Clock {
     // Private from here on.
     uint64_t sequence;
     int32_t height;
-    Clock *express[clock_express_lanes];
+    int32_t arrival;  // place in `arrivals`, from 1; 0: not there
+    kiv::ClockLane express[clock_express_lanes];
     Clock *sibling;        // the next clock of the same private scheduler
     Clock **sibling_link;  // what leads to this one among them
     kiv::OwnedLink<Clock> owned;
@@ -105,9 +116,10 @@ class QueueGuard {
 
 // --- The queue (clock_queue.cpp); under the owner's queue lock -----------------------------------
 
-// True when the clock became the head.
-bool clock_link(Scheduler *owner, Clock *clock) noexcept;
+void clock_link(Scheduler *owner, Clock *clock) noexcept;
 void clock_unlink(Scheduler *owner, Clock *clock) noexcept;
+// Puts the clocks set last into their places; before every look at `queue` and `next`.
+void clocks_settle(Scheduler *owner) noexcept;
 // Adds delta to both times of the clocks that belong to `scheduler`, and puts them in order again.
 void clocks_shift(Scheduler *owner, const Scheduler *scheduler, double delta) noexcept;
 // Moves the waiting clocks that belong to `scheduler` from one queue to another.
@@ -143,7 +155,7 @@ uint32_t queue_throttle() noexcept;
 uint32_t sysqelem_throttle() noexcept;
 double slop() noexcept;
 // The time of the next clock or MIDI packet, infinite for none. It is noted in `watched` before a
-// clock or packet that comes first can be announced by timer_head_changed.
+// clock or packet that comes first can be announced by timer_clock_set.
 double next_due_watched(std::atomic<double> &watched) noexcept;
 
 // --- The time base, the timer, takeover ----------------------------------------------------------
@@ -154,8 +166,8 @@ double time_base() noexcept;
 void time_reading_set(double reading) noexcept;
 bool time_is_offline() noexcept;
 
-// Tells the timer that a clock became the head of the global queue.
-void timer_head_changed(double sort_time) noexcept;
+// Tells the timer that a clock was set on the global queue: it may be the first.
+void timer_clock_set(double sort_time) noexcept;
 // Stops and restarts the ticks of a started timer: for a suspension, or while an audio driver does
 // its work (which it does in overdrive only).
 void system_timer_pause(bool paused) noexcept;

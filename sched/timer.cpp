@@ -2,9 +2,9 @@
 //
 // A tick runs a pass (in overdrive) or wakes the main thread to run one. The timer ticks only when
 // a clock or a MIDI packet is due, and never twice within its interval: its thread sleeps until the
-// head's time, or without limit when nothing waits, and what becomes the head cuts the sleep short
-// (timer_head_changed). So a runtime with nothing to do uses no processor, and a tick comes as soon
-// as there is something for it to do.
+// head's time, or without limit when nothing waits, and what is set to come first cuts the sleep
+// short (timer_clock_set). So a runtime with nothing to do uses no processor, and a tick comes as
+// soon as there is something for it to do.
 //
 // Thread safety: the timer starts and stops under `lock`, on any thread. Each start is a generation
 // with a thread of its own; the thread of an earlier one does nothing more and ends.
@@ -135,7 +135,7 @@ void system_timer_take_over(bool on) noexcept {
     apply_and_forget([on](State &s) { s.taken_over = on; });
 }
 
-void timer_head_changed(double sort_time) noexcept {
+void timer_clock_set(double sort_time) noexcept {
     State &s = state();
     if ((s.generation.load(std::memory_order_relaxed) & 1) &&
         sort_time < s.sleeping_until.load(std::memory_order_relaxed)) {

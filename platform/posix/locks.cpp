@@ -59,47 +59,96 @@ namespace {
 
 constexpr int spin_count = 200;
 
-pthread_mutex_t *section_mutex(std::byte *storage) noexcept {
-    return std::launder(reinterpret_cast<pthread_mutex_t *>(storage));
+// A lock of one word, so that taking and leaving a free one is one atomic exchange each.
+struct Section {
+    std::atomic<int> state{0};  // 0 free, 1 taken, 2 taken and somebody sleeps
+    std::atomic<uint64_t> owner{0};
+    int32_t depth = 0;  // the owner's
+};
+
+Section &section_of(std::byte *storage) noexcept {
+    return *std::launder(reinterpret_cast<Section *>(storage));
+}
+
+// A number that no other thread has or had.
+uint64_t thread_mark() noexcept {
+    static std::atomic<uint64_t> last{0};
+    static thread_local uint64_t mark = 0;
+    if (mark == 0) [[unlikely]] {
+        mark = last.fetch_add(1) + 1;
+    }
+    return mark;
+}
+
+bool take(Section &section) noexcept {
+    int free = 0;
+    return section.state.compare_exchange_strong(free, 1, std::memory_order_acquire,
+                                                 std::memory_order_relaxed);
+}
+
+void wait_and_take(Section &section) noexcept {
+    static const int spins = processor_count() > 1 ? spin_count : 0;
+    for (int i = 0; i < spins; ++i) {
+        spin_pause();
+        if (section.state.load(std::memory_order_relaxed) == 0 && take(section)) {
+            return;
+        }
+    }
+    while (section.state.exchange(2, std::memory_order_acquire) != 0) {
+        section.state.wait(2, std::memory_order_relaxed);
+    }
+}
+
+void become_owner(Section &section, uint64_t self) noexcept {
+    section.owner.store(self, std::memory_order_relaxed);
+    section.depth = 1;
 }
 
 }  // namespace
 
 CriticalSection::CriticalSection() noexcept {
-    static_assert(sizeof(pthread_mutex_t) <= sizeof storage_);
-    pthread_mutexattr_t attributes;
-    must(pthread_mutexattr_init(&attributes), "pthread_mutexattr_init");
-    must(pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE),
-         "pthread_mutexattr_settype");
-    must(pthread_mutex_init(new (storage_) pthread_mutex_t, &attributes), "pthread_mutex_init");
-    pthread_mutexattr_destroy(&attributes);
+    static_assert(sizeof(Section) <= sizeof storage_);
+    new (storage_) Section;
 }
 
-CriticalSection::~CriticalSection() {
-    pthread_mutex_destroy(section_mutex(storage_));
-}
+CriticalSection::~CriticalSection() = default;
 
 void CriticalSection::enter() noexcept {
-    pthread_mutex_t *mutex = section_mutex(storage_);
-    if (pthread_mutex_trylock(mutex) == 0) {
+    Section &section = section_of(storage_);
+    const uint64_t self = thread_mark();
+    if (section.owner.load(std::memory_order_relaxed) == self) {
+        ++section.depth;
         return;
     }
-    static const int spins = processor_count() > 1 ? spin_count : 0;
-    for (int i = 0; i < spins; ++i) {
-        spin_pause();
-        if (pthread_mutex_trylock(mutex) == 0) {
-            return;
-        }
+    if (!take(section)) {
+        wait_and_take(section);
     }
-    must(pthread_mutex_lock(mutex), "pthread_mutex_lock");
-}
-
-void CriticalSection::exit() noexcept {
-    pthread_mutex_unlock(section_mutex(storage_));  // by who does not hold it: ignored
+    become_owner(section, self);
 }
 
 bool CriticalSection::try_enter() noexcept {
-    return pthread_mutex_trylock(section_mutex(storage_)) == 0;
+    Section &section = section_of(storage_);
+    const uint64_t self = thread_mark();
+    if (section.owner.load(std::memory_order_relaxed) == self) {
+        ++section.depth;
+        return true;
+    }
+    if (!take(section)) {
+        return false;
+    }
+    become_owner(section, self);
+    return true;
+}
+
+void CriticalSection::exit() noexcept {
+    Section &section = section_of(storage_);
+    if (section.owner.load(std::memory_order_relaxed) != thread_mark() || --section.depth > 0) {
+        return;  // left by who does not hold it: ignored
+    }
+    section.owner.store(0, std::memory_order_relaxed);
+    if (section.state.exchange(0, std::memory_order_release) == 2) {
+        section.state.notify_one();
+    }
 }
 
 // --- Events --------------------------------------------------------------------------------------

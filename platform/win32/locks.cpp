@@ -1,4 +1,6 @@
 // Critical sections and events.
+#include <algorithm>
+#include <cmath>
 #include <new>
 
 #include "platform/platform.h"
@@ -16,6 +18,12 @@ CRITICAL_SECTION *section(std::byte *storage) {
 
 HANDLE &event_handle(std::byte *storage) {
     return *std::launder(reinterpret_cast<HANDLE *>(storage));
+}
+
+// The system waits whole milliseconds: rather a little longer than not long enough.
+DWORD timeout(double ms) {
+    constexpr double longest_ms = 1e9;
+    return ms < 0.0 ? INFINITE : static_cast<DWORD>(std::ceil(std::min(ms, longest_ms)));
 }
 
 }  // namespace
@@ -57,14 +65,13 @@ void Event::reset() noexcept {
     ResetEvent(event_handle(storage_));
 }
 
-bool Event::wait(uint32_t timeout_ms) noexcept {
-    static_assert(wait_forever == INFINITE);
-    return WaitForSingleObject(event_handle(storage_), timeout_ms) == WAIT_OBJECT_0;
+bool Event::wait(double ms) noexcept {
+    return WaitForSingleObject(event_handle(storage_), timeout(ms)) == WAIT_OBJECT_0;
 }
 
-int Event::wait_either(Event &first, Event &second, uint32_t timeout_ms) noexcept {
+int Event::wait_either(Event &first, Event &second, double ms) noexcept {
     const HANDLE handles[] = {event_handle(first.storage_), event_handle(second.storage_)};
-    const DWORD result = WaitForMultipleObjects(2, handles, FALSE, timeout_ms);
+    const DWORD result = WaitForMultipleObjects(2, handles, FALSE, timeout(ms));
     return result == WAIT_OBJECT_0 ? 0 : result == WAIT_OBJECT_0 + 1 ? 1 : -1;
 }
 

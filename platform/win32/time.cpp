@@ -1,6 +1,8 @@
 // The time base.
 #include "platform/platform.h"
 #include "platform/win32/win32.h"
+// After windows.h, on which it rests.
+#include <mmsystem.h>
 
 namespace kiv::platform {
 
@@ -13,6 +15,11 @@ double time_ms() noexcept {
     LARGE_INTEGER count;
     QueryPerformanceCounter(&count);
     return static_cast<double>(count.QuadPart) * ms_per_count;
+}
+
+// The resolution is the process's, and stays raised.
+void time_punctual() noexcept {
+    timeBeginPeriod(1);
 }
 
 }  // namespace kiv::platform

@@ -1,18 +1,24 @@
 #include <gtest/gtest.h>
+#include <kiv/attr.h>
+#include <kiv/class.h>
 #include <kiv/clock.h>
 #include <kiv/object.h>
 #include <kiv/scheduler.h>
 
+#include <algorithm>
 #include <atomic>
 #include <limits>
 #include <map>
 #include <memory>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "kernel/internal.h"
 #include "sched/internal.h"
+#include "sched/midi_queue.h"
 #include "sched/scheduler.h"
+#include "support/console.h"
 
 namespace kiv {
 namespace {
@@ -246,90 +252,247 @@ TEST_F(ClockTest, TheOutsideEstimateMovesInSteps) {
     EXPECT_EQ(second, 12.5);
 }
 
-// Threads set, move, unset and free clocks while the timer thread fires them. What a clock counts
-// lives as long as the test; what fires after its clock was freed would count once too often.
-TEST_F(ClockTest, ThreadsChangeClocksWhileTheTimerFires) {
-    struct Counted {
-        std::atomic<int> fired{0};
-        std::atomic<bool> freed{false};
-        std::atomic<int> late{0};
-        static void tick(Counted *counted) {
-            counted->fired.fetch_add(1);
-            if (counted->freed.load()) {
-                counted->late.fetch_add(1);
-            }
+// A reading while a pass begins elsewhere must not pair the new logical time with the old real
+// time.
+TEST_F(ClockTest, TheOutsideEstimateIsNeverAheadOfTheTimeBase) {
+    std::atomic<bool> done{false};
+    std::thread passes([&done] {
+        while (!done.load()) {
+            scheduler_poll();
         }
-    };
-    constexpr int thread_count = 4;
-    constexpr int clock_count = 25;
-    static Counted counted[thread_count][clock_count];
-    overdrive_set(true);
-    system_timer_start();
-    struct Worker {
-        ThreadId thread;
-        int index;
-        static void run(Worker *worker) {
-            std::mt19937 random(static_cast<unsigned>(worker->index));
-            for (Counted &target : counted[worker->index]) {
-                Clock *const clock = clock_new(&target, method(Counted::tick));
-                for (int step = 0; step < 40; ++step) {
-                    if (random() % 5 == 0) {
-                        clock_unset(clock);
-                    } else {
-                        clock_fdelay(clock, static_cast<double>(random() % 3));
-                    }
-                }
-                clock_unset(clock);
-                clock_fdelay(clock, 0.0);
-                const int before = target.fired.load();
-                while (target.fired.load() == before && before == 0) {
-                    systhread_sleep(1);
-                }
-                object_free(clock);
-                target.freed.store(true);
-            }
-        }
-    };
-    Worker workers[thread_count];
-    for (int i = 0; i < thread_count; ++i) {
-        workers[i].index = i;
-        ASSERT_EQ(systhread_create(method(Worker::run), &workers[i], 0, 0, 0, &workers[i].thread),
-                  0u);
+    });
+    double ahead = 0.0;
+    for (int i = 0; i < 5000; ++i) {
+        double estimate = 0.0;
+        clock_getftime_nocache(&estimate);
+        ahead = std::max(ahead, estimate - time_now());
     }
-    for (Worker &worker : workers) {
-        ASSERT_EQ(systhread_join(worker.thread, nullptr), 0u);
-    }
-    system_timer_stop();
-    overdrive_set(false);
-    EXPECT_EQ(clock_queue_check(scheduler_global()), nullptr);
-    for (auto &row : counted) {
-        for (Counted &target : row) {
-            EXPECT_GE(target.fired.load(), 1);
-            EXPECT_EQ(target.late.load(), 0);
-        }
-    }
+    done.store(true);
+    passes.join();
+    EXPECT_LE(ahead, 1e-6);
 }
 
-TEST_F(ClockTest, OverdriveAndIntervalChangeWhileAClockWaits) {
-    static std::atomic<int> fired{0};
-    Clock *const clock = clock_new(nullptr, method(+[](void *) { fired.fetch_add(1); }));
+// --- Schedulers ----------------------------------------------------------------------------------
+
+TEST_F(ClockTest, ClocksFollowTheirSchedulerIntoTheGlobalQueueAndBack) {
+    time_offline_begin();
+    Ticker first(1, scheduler);
+    Ticker second(2, scheduler);
+    clock_fset(first.clock, 1.0);
+    clock_fset(second.clock, 2.0);
+    object_attr_setlong(scheduler, "chaintoglobal"_sym, 1);
+    EXPECT_EQ(clock_queue_check(scheduler_global()), nullptr);
+    EXPECT_EQ(scheduler->queue, nullptr);
+    clock_unset(second.clock);
+    clock_fset(second.clock, 1.0);
+    time_advance_to(1.0);
+    scheduler_poll();
+    EXPECT_EQ(order(), (std::vector<int>{1, 2}));
+    clock_fset(second.clock, 3.0);
+    object_attr_setlong(scheduler, "chaintoglobal"_sym, 0);
+    scheduler_run(scheduler, 3.0);
+    EXPECT_EQ(Ticker::fired.size(), 3u);
+}
+
+TEST_F(ClockTest, ClocksOutliveTheirScheduler) {
+    Scheduler *const brief = scheduler_new();
+    Clock *const kept =
+        clock_new_withscheduler(brief, method(+[](Scheduler *x) {
+                                    object_free(x);  // the run that called must not touch it again
+                                }),
+                                brief);
+    clock_fset(kept, 1.0);
+    scheduler_run(brief, 2.0);
+    EXPECT_EQ(kept->scheduler, scheduler_global());
+    clock_fset(kept, 1e9);
+    EXPECT_EQ(kept->queue_slot, &scheduler_global()->queue);
+    object_free(kept);
+}
+
+TEST_F(ClockTest, AClockOfNoSchedulerCountsFromTheTakeoverTime) {
+    Clock *const clock = clock_new_withscheduler(nullptr, method(+[](void *) {}), nullptr);
+    scheduler_settime(nullptr, 500.0);
+    clock_delay(clock, 20);
+    EXPECT_EQ(clock->time, 520.0);
+    object_free(clock);
+}
+
+TEST_F(ClockTest, AnObjectsSchedulerIsItsOwnThenItsPatchers) {
+    Class *const c = class_new("scheduled", nullptr, nullptr, sizeof(Object), nullptr, 0);
+    class_register("nobox"_sym, c);
+    void *const x = object_alloc(c);
+    void *const patcher = object_alloc(c);
+    EXPECT_EQ(scheduler_fromobject(x), scheduler_global());
+    object_obex_storeflags(patcher, "#S"_sym, reinterpret_cast<Object *>(scheduler),
+                           ContainerReference);
+    "#P"_sym->thing = patcher;
+    EXPECT_EQ(scheduler_fromobject(x), scheduler);
+    "#P"_sym->thing = nullptr;
+    EXPECT_EQ(scheduler_fromobject(x), scheduler);  // it has been stored
+    object_obex_storeflags(x, "#S"_sym, static_cast<Object *>(patcher), ContainerReference);
+    EXPECT_EQ(scheduler_fromobject(x), scheduler_global());  // no scheduler
+    EXPECT_EQ(scheduler_fromobject(this), scheduler_global());
+    object_free(x);
+    object_free(patcher);
+}
+
+TEST_F(ClockTest, ASuspendedSchedulerFiresLateAfterItResumes) {
+    time_offline_begin();
+    Ticker ticker(1, scheduler_global());
+    clock_fdelay(ticker.clock, 5.0);
+    sched_suspend();
+    time_advance_to(50.0);
+    scheduler_poll();
+    double next = 0.0;
+    EXPECT_FALSE(next_clock_time(&next));
+    EXPECT_TRUE(Ticker::fired.empty());
+    sched_resume();
+    ASSERT_TRUE(next_clock_time(&next));
+    EXPECT_EQ(next, 5.0);
+    scheduler_poll();
+    EXPECT_EQ(Ticker::fired, (std::vector<std::pair<int, double>>{{1, 50.0}}));
+}
+
+TEST_F(ClockTest, WhatAFunctionThrowsIsReportedAndEndsNothing) {
+    Clock *const thrower =
+        clock_new_withscheduler(nullptr, method(+[](void *) { throw 1; }), scheduler);
+    Ticker after(2, scheduler);
+    clock_fset(thrower, 1.0);
+    clock_fset(after.clock, 2.0);
+    test::take_texts();
+    scheduler_run(scheduler, 2.0);
+    EXPECT_EQ(test::take_texts(),
+              (std::vector<std::string>{"clock: the function threw an exception"}));
+    EXPECT_EQ(order(), (std::vector<int>{2}));
+    object_free(thrower);
+}
+
+// --- Takeover ------------------------------------------------------------------------------------
+
+// The beginning of the record, as a driver sees it.
+struct Takeover {
+    void (*poll)();
+    void (*set)(int32_t);
+    double time;
+    double rate;
+    int32_t *timer_running;
+    double ms_per_sample;
+    int32_t *overdrive;
+};
+
+TEST_F(ClockTest, ADriverRunsTheSchedulerInOverdriveAlone) {
+    auto *const driver = static_cast<Takeover *>("__takeover"_sym->thing);
+    ASSERT_NE(driver, nullptr);
+    Ticker ticker(1, scheduler_global());
     system_timer_start();
-    for (int round = 0; round < 50; ++round) {
-        overdrive_set(round % 2 == 0);
-        interval_set(1.0 + round % 3);
-        clock_fdelay(clock, 1.0);
-        while (fired.load() <= round) {
-            if (!overdrive_get()) {
-                scheduler_poll();
-            }
+    EXPECT_EQ(*driver->timer_running, 1);
+    overdrive_set(true);
+    EXPECT_EQ(*driver->overdrive, 1);
+    driver->set(1);
+    EXPECT_EQ(*driver->timer_running, 0);
+    EXPECT_NEAR(driver->time, time_now(), 60000.0);
+    driver->time = 500000.0;  // far off: the time base follows
+    clock_fset(ticker.clock, 500010.0);
+    driver->poll();
+    EXPECT_TRUE(Ticker::fired.empty());
+    EXPECT_GE(time_now(), 500000.0);
+    driver->time = 500010.0;
+    driver->poll();
+    EXPECT_EQ(Ticker::fired.size(), 1u);
+    driver->set(0);
+    EXPECT_EQ(*driver->timer_running, 1);
+    EXPECT_GE(time_now(), 500010.0);
+    system_timer_stop();
+    overdrive_set(false);
+    clock_fset(ticker.clock, 0.0);
+    driver->poll();  // does nothing outside overdrive
+    EXPECT_EQ(Ticker::fired.size(), 1u);
+}
+
+// --- MIDI ----------------------------------------------------------------------------------------
+
+TEST_F(ClockTest, MidiPacketsShareThePass) {
+    time_offline_begin();
+    scheduler_poll();
+    MidiMemoryOutput output;
+    MidiMemoryOutput closed;
+    const std::vector<uint8_t> on{0x90, 60, 100};
+    const std::vector<uint8_t> off{0x80, 60, 0};
+    Ticker ticker(1, scheduler_global());
+    clock_fset(ticker.clock, 3000.0);
+    EXPECT_TRUE(midi_queue_add(&output, 2500.0, off));
+    EXPECT_TRUE(midi_queue_add(&output, 10.0, on));
+    EXPECT_TRUE(midi_queue_add(&output, 2500.0, on));
+    EXPECT_TRUE(midi_queue_add(&output, 9000.0, on));
+    EXPECT_TRUE(midi_queue_add(&closed, 20.0, on));
+    midi_queue_forget(&closed);
+    double next = 0.0;
+    ASSERT_TRUE(next_clock_time(&next));
+    EXPECT_EQ(next, 10.0);
+    time_advance_to(3000.0);
+    scheduler_poll();
+    ASSERT_EQ(output.sent().size(), 3u);
+    EXPECT_EQ(output.sent()[0].time, 2000.0);  // never more than a second late
+    EXPECT_EQ(output.sent()[1].time, 2500.0);
+    EXPECT_EQ(output.sent()[1].bytes[0], 0x80);  // in the order of adding
+    EXPECT_EQ(output.sent()[2].bytes[0], 0x90);
+    EXPECT_EQ(Ticker::fired.size(), 1u);
+    EXPECT_TRUE(closed.sent().empty());
+    midi_queue_forget(&output);
+}
+
+// --- The timer -----------------------------------------------------------------------------------
+
+TEST_F(ClockTest, ATimerThatRunsWakesForWhatComesFirst) {
+    static std::atomic<int> fired{0};
+    Clock *const late = clock_new(nullptr, method(+[](void *) {}));
+    Clock *const early = clock_new(nullptr, method(+[](void *) { fired.fetch_add(1); }));
+    overdrive_set(true);
+    system_timer_start();
+    clock_fdelay(late, 1e7);
+    for (int i = 0; i < 100; ++i) {
+        clock_fdelay(early, 0.5);  // while the timer sleeps for the other
+        while (fired.load() == i) {
             systhread_sleep(1);
         }
     }
     system_timer_stop();
-    EXPECT_EQ(fired.load(), 50);
-    object_free(clock);
+    overdrive_set(false);
+    object_free(early);
+    object_free(late);
+}
+
+TEST_F(ClockTest, EveryClockFiresOnceWhileOverdriveAndIntervalChange) {
+    static std::vector<std::atomic<int>> fired(300);
+    std::vector<Clock *> clocks;
+    system_timer_start();
+    for (size_t i = 0; i < fired.size(); ++i) {
+        clocks.push_back(
+            clock_new(&fired[i], method(+[](std::atomic<int> *count) { count->fetch_add(1); })));
+        clock_fdelay(clocks[i], static_cast<double>(i) / 10.0);
+    }
+    for (int round = 0; round < 1000; ++round) {
+        overdrive_set(round % 2 == 0);
+        ASSERT_TRUE(interval_set(1.0 + round % 3));
+        main_queues_pass();
+        if (!overdrive_get()) {
+            scheduler_poll();
+        }
+    }
+    const auto all_fired = [] {
+        return std::all_of(fired.begin(), fired.end(), [](auto &count) { return count.load(); });
+    };
+    while (!all_fired()) {
+        scheduler_poll();
+        systhread_sleep(1);
+    }
+    system_timer_stop();
+    for (size_t i = 0; i < fired.size(); ++i) {
+        object_free(clocks[i]);
+        EXPECT_EQ(fired[i].load(), 1) << i;
+    }
     EXPECT_FALSE(interval_set(0.5));
-    EXPECT_FALSE(interval_set(21.0));
+    EXPECT_FALSE(interval_set(20.5));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "sched/internal.h"
+#include "support/console.h"
 
 namespace kiv {
 namespace {
@@ -115,6 +116,33 @@ TEST(Qelem, TheIdleQueueRunsBesideWaitingWork) {
     qelem_unset(tasks.element(1));
 }
 
+TEST(Qelem, ADisabledQueueOnlyAsksForAnotherPass) {
+    Tasks tasks(1);
+    qelem_set(tasks.element(0));
+    low_queue_disable(true);
+    EXPECT_GT(main_queues_pass(), 0.0);
+    EXPECT_TRUE(ran.empty());
+    low_queue_disable(false);
+    main_queues_pass();
+    EXPECT_EQ(ran, (std::vector<int>{0}));
+}
+
+TEST(Qelem, StatisticsCountSetsRepetitionsAndRuns) {
+    queue_statistics(true);
+    Tasks tasks(2);
+    for (int i = 0; i < 3; ++i) {
+        qelem_set(tasks.element(0));
+    }
+    main_queues_pass();
+    qelem_set(tasks.element(0));
+    qelem_unset(tasks.element(0));
+    test::take_texts();
+    queue_statistics(false);
+    const std::vector<std::string> texts = test::take_texts();
+    ASSERT_EQ(texts.size(), 1u);
+    EXPECT_EQ(texts[0].find("queue element: 2 sets, 2 while set, 1 runs, waited "), 0u) << texts[0];
+}
+
 // --- deferred and scheduled calls ----------------------------------------------------------------
 
 std::vector<std::string> called;
@@ -159,6 +187,31 @@ TEST(Defer, CallsForAFreedOwnerAreDropped) {
     scheduler_poll();
     EXPECT_EQ(called, (std::vector<std::string>{"kept"}));
     object_free(another);
+}
+
+TEST(Defer, LongListsArriveWholeAndThrowingFunctionsAreReported) {
+    static int32_t arrived = 0;
+    std::vector<Atom> atoms(40000);
+    defer_low(nullptr, method(+[](void *, Symbol *, int32_t argc, Atom *) { arrived = argc; }),
+              ""_sym, 40000, atoms.data());
+    defer_low(nullptr, method(+[](void *, Symbol *, int32_t, Atom *) { throw 1; }), ""_sym, 0,
+              nullptr);
+    run_queues();
+    EXPECT_EQ(arrived, 40000);
+    EXPECT_EQ(test::take_texts(),
+              (std::vector<std::string>{"deferred call: the function threw an exception"}));
+}
+
+TEST(Defer, ACallThatCannotCopyItsAtomsSaysSo) {
+    Atom atom;
+    atom_setlong(&atom, 1);
+    testing::internal::CaptureStderr();
+    memory_fail_at(2);  // the record is the first allocation
+    EXPECT_EQ(defer_low(nullptr, method(note), ""_sym, 1, &atom), nullptr);
+    memory_fail_at(0);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(test::take_texts(),
+              (std::vector<std::string>{"sysmem_newptr: unable to allocate block of size 16!"}));
 }
 
 TEST(Defer, ScheduledCallsRunInThePassOrAreHandedToTheMainThread) {
@@ -272,6 +325,19 @@ TEST(ScheduleQueue, ADrainDeliversThirtyTwoAndDropsTheNext) {
     ASSERT_EQ(delivered.size(), 39u);
     EXPECT_EQ(delivered[32], 33);  // 32 was dropped
     object_free(queue);
+}
+
+TEST(ScheduleQueue, ItsFunctionMayFreeIt) {
+    static ScheduleQueue *queue;
+    static int delivered = 0;
+    queue = schedule_queue_new(nullptr, method(+[](void *, int64_t) {
+                                   ++delivered;
+                                   object_free(queue);
+                               }));
+    schedule_queue(queue, 1);
+    schedule_queue(queue, 2);
+    scheduler_poll();
+    EXPECT_EQ(delivered, 1);
 }
 
 }  // namespace

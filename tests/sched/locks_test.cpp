@@ -160,7 +160,7 @@ TEST(Conditions, SignalWakesOneAndBroadcastAll) {
 // Broadcasts race with waiters that come back at once: none may be lost to a late reset.
 TEST(Conditions, LoseNoBroadcastToAWaiterThatComesBack) {
     Gate gate;
-    constexpr int passers = 3, rounds = 2000;
+    constexpr int passers = 3, rounds = 300;
     std::vector<std::thread> threads;
     for (int i = 0; i < passers; ++i) {
         threads.emplace_back([&] {
@@ -180,6 +180,45 @@ TEST(Conditions, LoseNoBroadcastToAWaiterThatComesBack) {
         thread.join();
     }
     EXPECT_EQ(gate.passed, passers * rounds);
+}
+
+// The last thread that a broadcast wakes resets it: who waits afterwards is not woken by it.
+TEST(Conditions, ABroadcastIsOverWhenAllHaveLeft) {
+    Gate gate;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&] { gate.pass(); });
+    }
+    gate.await(gate.waiting, 3);
+    systhread_mutex_lock(gate.mutex);
+    gate.tickets = 3;
+    systhread_cond_broadcast(gate.condition);
+    systhread_mutex_unlock(gate.mutex);
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    int wakes = 0;
+    std::thread later([&] {
+        systhread_mutex_lock(gate.mutex);
+        ++gate.waiting;
+        while (gate.tickets == 0) {
+            systhread_cond_wait(gate.condition, gate.mutex);
+            ++wakes;
+        }
+        systhread_mutex_unlock(gate.mutex);
+    });
+    gate.await(gate.waiting, 4);
+    for (int i = 0; i < 200; ++i) {  // time enough to be woken wrongly, over and over
+        systhread_mutex_lock(gate.mutex);
+        systhread_mutex_unlock(gate.mutex);
+        std::this_thread::yield();
+    }
+    systhread_mutex_lock(gate.mutex);
+    gate.tickets = 1;
+    systhread_cond_signal(gate.condition);
+    systhread_mutex_unlock(gate.mutex);
+    later.join();
+    EXPECT_EQ(wakes, 1);
 }
 
 // --- Read-write locks ----------------------------------------------------------------------------
