@@ -1,6 +1,7 @@
 // An object of Qt's object framework: a signal, and methods that are called by reflection.
 #pragma once
 
+#define QT_NO_KEYWORDS
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
@@ -12,17 +13,17 @@ class QtPeer : public QObject {
     int value() const { return value_; }
     void set_value(int value) {
         value_ = value;
-        emit value_changed(value);
+        Q_EMIT value_changed(value);
     }
     Q_INVOKABLE void values(qlonglong a, double b, const QString &c) {
         sum += a + static_cast<qlonglong>(b) + c.size();
     }
-    void send(qlonglong value) { emit sent(value); }
+    void send(qlonglong value) { Q_EMIT sent(value); }
     void receive(qlonglong value) { sum += value; }
 
     qlonglong sum = 0;
 
-  signals:
+  Q_SIGNALS:
     void sent(qlonglong value);
     void value_changed(int value);
 

@@ -3,7 +3,6 @@
 // Insertions: each run puts in names that were never there before, in a table that only grows; so
 // they run once, and ours first, when the table is as it is after start-up.
 #include <memory>
-#include <memory>
 #include <string_view>
 #include <unordered_set>
 
@@ -44,7 +43,8 @@ struct StdSet {
 struct AbslSet {
     absl::flat_hash_set<std::string> set;
     const void *put(const char *text) {
-        return &*set.lazy_emplace(std::string_view(text), [text](const auto &make) { make(text); });
+        return &*set.lazy_emplace(absl::string_view(text),
+                                  [text](const auto &make) { make(text); });
     }
 };
 #endif

@@ -71,15 +71,15 @@ Object *holder_of(const Found &found, Symbol *name) {
     return target ? target : found.object;
 }
 
-Method accessor(void *attribute, Symbol *which) {
-    if (const Attribute *own = as_attribute(attribute)) {
+// `own` is the attribute when it is one of this folder's, else null.
+Method accessor(const Attribute *own, void *attribute, Symbol *which) {
+    if (own) {
         return which == "get"_sym ? own->get : own->set;
     }
     return reinterpret_cast<Method>(object_method(attribute, "getmethod"_sym, which));
 }
 
-bool closed_to_code(void *attribute, uint32_t flag) {
-    const Attribute *own = as_attribute(attribute);
+bool closed_to_code(const Attribute *own, uint32_t flag) {
     return own && (own->flags & flag);
 }
 
@@ -160,7 +160,8 @@ ErrorCode set_filtered(Method setter, Object *holder, void *attribute, int32_t a
 }
 
 void mark_touched(void *attribute) {
-    if (Attribute *own = as_attribute(attribute)) {
+    Attribute *own = as_attribute(attribute);
+    if (own && !(std::atomic_ref(own->flags).load(std::memory_order_relaxed) & AttrTouched)) {
         std::atomic_ref(own->flags).fetch_or(AttrTouched, std::memory_order_relaxed);
     }
 }
@@ -210,17 +211,17 @@ void *object_attr_get(void *x, Symbol *name) noexcept {
 
 ErrorCode object_attr_getvalueof(void *x, Symbol *name, int32_t *argc, Atom **argv) noexcept {
     const Found found = find(x, name);
-    if (!found.attribute || !argc || !argv || closed_to_code(found.attribute, AttrGetOpaque)) {
+    const Attribute *own = as_attribute(found.attribute);
+    if (!found.attribute || !argc || !argv || closed_to_code(own, AttrGetOpaque)) {
         return ErrorGeneric;
     }
     Object *holder = holder_of(found, name);
-    const Method getter = accessor(found.attribute, "get"_sym);
+    const Method getter = accessor(own, found.attribute, "get"_sym);
     if (!getter) {
         return ErrorGeneric;
     }
     const ErrorCode result = call_getter(getter, holder, found.attribute, argc, argv);
-    const Attribute *own = as_attribute(found.attribute);
-    if (result != ErrorNone || !has_filters(own, FilterGet) || !*argv) {
+    if (result != ErrorNone || !has_filters(as_attribute(found.attribute), FilterGet) || !*argv) {
         return result;
     }
     return filters_get(own, holder, *argc, *argv);
@@ -228,17 +229,18 @@ ErrorCode object_attr_getvalueof(void *x, Symbol *name, int32_t *argc, Atom **ar
 
 ErrorCode object_attr_setvalueof(void *x, Symbol *name, int32_t argc, Atom *argv) noexcept {
     const Found found = find(x, name);
-    if (!found.attribute || closed_to_code(found.attribute, AttrSetOpaque)) {
+    const Attribute *own = as_attribute(found.attribute);
+    if (!found.attribute || closed_to_code(own, AttrSetOpaque)) {
         return ErrorGeneric;
     }
     const int64_t state = state_of(found.object, name);
     Object *holder = holder_of(found, name);
-    const Method setter = accessor(found.attribute, "set"_sym);
+    const Method setter = accessor(own, found.attribute, "set"_sym);
     if (!setter || (state & StateLocked)) {
         return ErrorGeneric;
     }
     const int32_t count = argv && argc > 0 ? argc : 0;
-    const ErrorCode result = count > 0 && has_filters(as_attribute(found.attribute), FilterSet)
+    const ErrorCode result = count > 0 && has_filters(own, FilterSet)
                                  ? set_filtered(setter, holder, found.attribute, count, argv)
                                  : call_setter(setter, holder, found.attribute, count, argv);
     mark_touched(found.attribute);

@@ -12,6 +12,7 @@
 #include <kiv/console.h>
 
 #include <array>
+#include <cstring>
 #include <exception>
 #include <type_traits>
 #include <utility>
@@ -110,6 +111,18 @@ bool object_argument(Object *x, const Atom &atom, Word *out) {
     return false;
 }
 
+// Takes an argument that has the declared type already, as most have.
+inline bool take_exact(uint8_t type, const Atom &atom, Word *out) {
+    static constexpr uint8_t declared[] = {TypeNothing, TypeLong, TypeFloat, TypeSymbol,
+                                           TypeObject,  TypeLong, TypeFloat, TypeSymbol};
+    if (type >= std::size(declared) || atom.type != declared[type] ||
+        (atom.type == TypeSymbol && !atom.value.sym)) {
+        return false;
+    }
+    std::memcpy(out, &atom.value, sizeof *out);
+    return true;
+}
+
 bool convert(Object *x, uint8_t type, const Atom &atom, Word *out) {
     switch (type) {
         case TypeLong:
@@ -193,6 +206,10 @@ bool convert_arguments(Object *x, Symbol *message, const uint8_t *types, int32_t
                        const Atom *argv, Arguments *out) noexcept {
     int32_t n = 0;
     for (; n < most_arguments && types[n] != TypeNothing; ++n) {
+        if (n < argc && take_exact(types[n], argv[n], &out->words[n])) {
+            out->doubles |= uint32_t{argv[n].type == TypeFloat} << n;
+            continue;
+        }
         if (n < argc) {
             if (!convert(x, types[n], argv[n], &out->words[n])) {
                 return refuse(x, message);

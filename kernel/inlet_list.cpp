@@ -151,8 +151,9 @@ Inlet *inlet_insert_after(void *owner, void *receiver, Symbol *incoming, Symbol 
     if (!is_message_owner(owner) || !object_valid(receiver)) {
         return nullptr;
     }
+    const bool follows = is_inlet(previous) && previous->owner == owner;
     return inlet_make(owner, receiver, incoming, outgoing,
-                      previous ? &previous->next : head_of(owner));
+                      follows ? &previous->next : head_of(owner));
 }
 
 void inlet_delete(Inlet *inlet) noexcept {

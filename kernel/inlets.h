@@ -25,6 +25,7 @@ struct Connection {
     Method method;                   // of a typed outlet: called directly, unless it is nullfn
     std::atomic<int32_t> monitor;
     // ours
+    std::atomic<Method> direct;  // `method`, while nothing else has to be looked at for a delivery
     Outlet *sender;
     Connection *peer_next;  // the connections whose receiver falls into the same bucket
     Connection *peer_previous;
@@ -113,22 +114,20 @@ extern constinit bool sections_are_light;
 // While a thread is in a section, records that were reachable during it keep their memory.
 class Section {
   public:
-    explicit Section(SendState &state) noexcept : state_(state) {
-        const uint64_t count = state.sections.load(std::memory_order_relaxed);
-        opened_ = (count & 1) == 0;
-        if (opened_) {
-            state.sections.store(count + 1, std::memory_order_relaxed);
+    explicit Section(SendState &state) noexcept
+        : state_(state), count_(state.sections.load(std::memory_order_relaxed)) {
+        if (is_outermost()) {
+            state.sections.store(count_ + 1, std::memory_order_relaxed);
             if (sections_are_light) {
                 std::atomic_signal_fence(std::memory_order_seq_cst);
             } else {
-                state.sections.exchange(count + 1, std::memory_order_seq_cst);
+                state.sections.exchange(count_ + 1, std::memory_order_seq_cst);
             }
         }
     }
     ~Section() {
-        if (opened_) {
-            const uint64_t count = state_.sections.load(std::memory_order_relaxed);
-            state_.sections.store(count + 1, std::memory_order_release);
+        if (is_outermost()) {
+            state_.sections.store(count_ + 2, std::memory_order_release);
             if (reclaim_due.load(std::memory_order_relaxed)) {
                 memory_reclaim();
             }
@@ -138,8 +137,10 @@ class Section {
     Section &operator=(const Section &) = delete;
 
   private:
+    bool is_outermost() const noexcept { return (count_ & 1) == 0; }
+
     SendState &state_;
-    bool opened_;
+    uint64_t count_;  // when it began
 };
 
 // --- Through which proxy the message that runs came in (proxy.cpp)
@@ -225,6 +226,8 @@ bool accepts_type(Object *x, Symbol *type) noexcept;
 // Breaks every connection of an outlet, and every connection to a receiver that is being freed.
 void break_connections_of(Outlet *outlet) noexcept;
 void break_connections_to(Object *receiver) noexcept;
+// Sets or clears monitor bits of a connection.
+void connection_monitor(Connection *connection, int32_t flags, bool on) noexcept;
 // Forgets the outlets that a recording inlet lists.
 void free_incoming(Inlet *inlet) noexcept;
 

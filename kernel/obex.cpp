@@ -176,11 +176,15 @@ ObexRecord *record_make(Object *x) {
     return block ? new (block) ObexRecord(x) : nullptr;
 }
 
-// Whether an object certainly has no record. Most never get one, and a field that is still empty
-// tells so without the lock, which freeing many objects would feel.
+// Whether an object certainly has no record. Most never get one, and a field that is still empty,
+// or a class none of whose instances ever had one, tells so without the lock, which freeing many
+// objects would feel.
 bool has_none(const Object *x) noexcept {
-    const int32_t offset = class_of(x)->obex_offset;
-    return offset < 0 || (offset > 0 && !std::atomic_ref(field_of(x, offset)).load());
+    Class *const c = class_of(x);
+    if (c->obex_offset > 0) {
+        return !std::atomic_ref(field_of(x, c->obex_offset)).load();
+    }
+    return c->obex_offset < 0 || !(std::atomic_ref(c->flags).load() & class_has_records);
 }
 
 ObexRecord *record_take(Object *x) noexcept {
@@ -220,6 +224,8 @@ ObexRecord *obex_enforce(Object *x) noexcept {
     } else if (!lock->insert(made)) {
         obex_unpin(made);
         return nullptr;
+    } else {
+        std::atomic_ref(class_of(x)->flags).fetch_or(class_has_records);
     }
     return made;
 }

@@ -15,12 +15,16 @@ struct ObexValue {
     int32_t flags;  // ownership, as in the containers
 };
 
-// The extension record of an object, made the first time that anything has to be kept for it.
-// Found through a pointer field of the instance or through a kernel-wide table (obex.cpp).
 // Flag bit of a record: its object is, or was, attached to others. A notification on another thread
 // may still reach for it while it is freed, so its memory goes to memory_retire.
 inline constexpr uint32_t obex_client = 0x10000;
 
+// Flag of a class whose instances are found in the kernel-wide table: one of them has had a record.
+// Until then nobody need look.
+inline constexpr uint32_t class_has_records = 0x2000000;
+
+// The extension record of an object, made the first time that anything has to be kept for it.
+// Found through a pointer field of the instance or through a kernel-wide table (obex.cpp).
 struct ObexRecord {
     explicit ObexRecord(Object *object) noexcept : owner(object) {}
 

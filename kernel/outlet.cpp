@@ -26,20 +26,18 @@ class Send {
           state_(state),
           outlet_(outlet),
           proxy_(proxy_context.proxy),
-          debugged_(false) {
-        ++state_.depth;
+          depth_(state.depth) {
+        state_.depth = depth_ + 1;
         if (proxy_) {
             proxy_context.proxy = nullptr;
         }
     }
     ~Send() {
-        if (debugged_) [[unlikely]] {
-            state_.messages = entry_.outer;
-        }
         if (proxy_) {
             proxy_context.proxy = proxy_;
         }
-        if (--state_.depth == 0 && state_.overflow) {
+        state_.depth = depth_;
+        if (depth_ == 0 && state_.overflow) {
             overflow_end(state_);
         }
     }
@@ -54,17 +52,6 @@ class Send {
         overflow_begin(state_, outlet_->owner);
         return false;
     }
-    void debug(Symbol *selector, int32_t argc, Atom *argv) noexcept {
-        if (message_debugging.load(std::memory_order_relaxed) && message_debugged_here())
-            [[unlikely]] {
-            entry_ = {outlet_->owner, selector, argc, argv, false, state_.messages};
-            state_.messages = &entry_;
-            debugged_ = true;
-        }
-    }
-    bool paused(Object *receiver) noexcept {
-        return debugged_ && message_pauses(&entry_, receiver);
-    }
     bool cut_short() const noexcept {
         return overflow_count.load(std::memory_order_relaxed) != 0 &&
                overflow_refuses(state_, outlet_->owner);
@@ -75,8 +62,7 @@ class Send {
     SendState &state_;
     Outlet *outlet_;
     const Proxy *proxy_;  // current when the send began
-    bool debugged_;
-    MessageEntry entry_;  // of a send that is debugged
+    int32_t depth_;       // of the sends around it
 };
 
 bool refused(const Outlet *outlet, const SendState *state) {
@@ -84,14 +70,142 @@ bool refused(const Outlet *outlet, const SendState *state) {
                       overflow_refuses(*state, outlet->owner));
 }
 
-// Serves every connection of an outlet: deliver(connection, receiver) for each receiver, after its
-// monitors were told.
-template <class Deliver>
-inline void *send(Outlet *outlet, Symbol *selector, int32_t argc, Atom *argv, Deliver deliver) {
+// --- What is sent --------------------------------------------------------------------------------
+//
+// Each kind of message says what selector it has, how a cached method is called with it, how it
+// reaches any other receiver (false when that has no method for it), and what atoms it makes.
+// `cached` tells whether methods are cached for it, in outlets of its type.
+
+struct Atoms {
+    int32_t count;
+    Atom *atoms;
+};
+
+struct BangMessage {
+    static constexpr bool cached = true;
+    Symbol *selector;
+    void call(Method method, Object *x) const noexcept { call_bang(method, x); }
+    bool deliver(Object *x) const noexcept { return deliver_bang(x); }
+    Atoms atoms(Atom *) const noexcept { return {0, nullptr}; }
+};
+
+struct IntMessage {
+    static constexpr bool cached = true;
+    Symbol *selector;
+    int64_t value;
+    void call(Method method, Object *x) const noexcept { call_int(method, x, value); }
+    bool deliver(Object *x) const noexcept { return deliver_int(x, value); }
+    Atoms atoms(Atom *one) const noexcept {
+        one->type = TypeLong;
+        one->value.i = value;
+        return {1, one};
+    }
+};
+
+struct FloatMessage {
+    static constexpr bool cached = true;
+    Symbol *selector;
+    double value;
+    void call(Method method, Object *x) const noexcept { call_float(method, x, value); }
+    bool deliver(Object *x) const noexcept { return deliver_float(x, value); }
+    Atoms atoms(Atom *one) const noexcept {
+        one->type = TypeFloat;
+        one->value.f = value;
+        return {1, one};
+    }
+};
+
+struct ListMessage {
+    static constexpr bool cached = true;
+    Symbol *selector;
+    int32_t argc;
+    Atom *argv;
+    void call(Method method, Object *x) const noexcept {
+        if (argc > 0) {
+            call_list(method, x, selector, argc, argv);
+        }
+    }
+    bool deliver(Object *x) const noexcept {
+        list_deliver(x, argc, argv);
+        return true;
+    }
+    Atoms atoms(Atom *) const noexcept { return {argc, argv}; }
+};
+
+struct AnythingMessage {
+    static constexpr bool cached = false;
+    Symbol *selector;
+    int32_t argc;
+    Atom *argv;
+    void call(Method, Object *) const noexcept {}
+    bool deliver(Object *x) const noexcept { return deliver_anything(x, selector, argc, argv); }
+    Atoms atoms(Atom *) const noexcept { return {argc, argv}; }
+};
+
+// --- Serving the connections ---------------------------------------------------------------------
+
+template <class Message>
+bool is_typed(const Outlet *outlet, const Message &message) {
+    return Message::cached && outlet->type == message.selector;
+}
+
+template <class Message>
+void deliver_loud(Object *receiver, const Message &message) {
+    if (!object_valid(receiver)) {
+        error("bad receiver");
+    } else if (!message.selector) {
+        object_error(receiver, "bad message");
+    } else if (!message.deliver(receiver)) {
+        report_not_understood(receiver, message.selector);
+    }
+}
+
+// A connection without a direct method: one with a monitor, or of an outlet of another type.
+template <class Message>
+[[gnu::noinline]] void serve(const Connection *c, Object *receiver, bool typed,
+                             const Message &message) {
+    if (c->monitor.load(std::memory_order_relaxed) & 1) {
+        Atom one;
+        const Atoms made = message.atoms(&one);
+        monitors_tell(c, receiver, message.selector, made.count, made.atoms);
+    }
+    if (typed && c->method != no_method) {
+        message.call(c->method, receiver);
+    } else {
+        deliver_loud(receiver, message);
+    }
+}
+
+// The same send, with its entry on the message stack and the debugger asked before each delivery.
+template <class Message>
+[[gnu::noinline]] void *send_debugged(SendState &state, Outlet *outlet, const Send &now,
+                                      const Message &message) {
+    Atom one;
+    const Atoms made = message.atoms(&one);
+    MessageEntry entry{outlet->owner, message.selector, made.count, made.atoms,
+                       false,         state.messages};
+    state.messages = &entry;
+    bool ended = false;
+    for (Connection *c = outlet->connections.load(std::memory_order_seq_cst); c && !ended;
+         c = c->next.load(std::memory_order_seq_cst)) {
+        if (Object *const receiver = c->receiver.load(std::memory_order_seq_cst)) {
+            ended = message_pauses(&entry, receiver);
+            if (!ended) {
+                serve(c, receiver, is_typed(outlet, message), message);
+                ended = now.cut_short();
+            }
+        }
+    }
+    state.messages = entry.outer;
+    return ended ? nullptr : done;
+}
+
+template <class Message>
+inline void *send(Outlet *outlet, const Message &message) {
     if (!outlet || (outlet->flags & OutletSilenced)) {
         return nullptr;
     }
-    SendState *state = send_state();
+    SendState *const state = send_state();
     if (refused(outlet, state)) {
         return nullptr;
     }
@@ -99,58 +213,25 @@ inline void *send(Outlet *outlet, Symbol *selector, int32_t argc, Atom *argv, De
     if (!now.stack_left(__builtin_frame_address(0))) {
         return nullptr;
     }
-    now.debug(selector, argc, argv);
+    if (message_debugging.load(std::memory_order_relaxed) && message_debugged_here()) [[unlikely]] {
+        return send_debugged(*state, outlet, now, message);
+    }
+    const bool typed = is_typed(outlet, message);
     for (Connection *c = outlet->connections.load(std::memory_order_seq_cst); c;
          c = c->next.load(std::memory_order_seq_cst)) {
-        Object *receiver = c->receiver.load(std::memory_order_seq_cst);
-        if (!receiver) {
-            continue;
+        // In this order: a connection loses its direct method before its receiver.
+        Object *const receiver = c->receiver.load(std::memory_order_seq_cst);
+        const Method direct = typed ? c->direct.load(std::memory_order_seq_cst) : nullptr;
+        if (direct) {
+            message.call(direct, receiver);
+        } else if (receiver) {
+            serve(c, receiver, typed, message);
         }
-        if (now.paused(receiver)) [[unlikely]] {
-            return nullptr;
-        }
-        if (c->monitor.load(std::memory_order_relaxed) & 1) {
-            monitors_tell(c, receiver, selector, argc, argv);
-        }
-        deliver(c, receiver);
         if (now.cut_short()) {
             return nullptr;
         }
     }
     return done;
-}
-
-// The method that a typed outlet cached for messages of its own type, or no_method.
-Method cached_method(const Outlet *outlet, const Connection *connection, const Symbol *kind) {
-    return outlet->type == kind ? connection->method : no_method;
-}
-
-template <class Deliver>
-void deliver_loud(Object *receiver, const Symbol *selector, Deliver deliver) {
-    if (!object_valid(receiver)) {
-        error("bad receiver");
-    } else if (!selector) {
-        object_error(receiver, "bad message");
-    } else if (!deliver(receiver)) {
-        report_not_understood(receiver, selector);
-    }
-}
-
-void *send_list(Outlet *outlet, int32_t argc, Atom *argv) {
-    Symbol *const list = "list"_sym;
-    return send(outlet, list, argc, argv, [=](const Connection *c, Object *receiver) {
-        const Method cached = cached_method(outlet, c, list);
-        if (cached != no_method) {
-            if (argc > 0) {
-                call_list(cached, receiver, list, argc, argv);
-            }
-            return;
-        }
-        deliver_loud(receiver, list, [=](Object *x) {
-            list_deliver(x, argc, argv);
-            return true;
-        });
-    });
 }
 
 }  // namespace
@@ -160,60 +241,25 @@ void *send_list(Outlet *outlet, int32_t argc, Atom *argv) {
 using namespace kiv;
 
 void *outlet_bang(Outlet *outlet) noexcept {
-    Symbol *const bang = "bang"_sym;
-    return send(outlet, bang, 0, nullptr, [=](const Connection *c, Object *receiver) {
-        const Method cached = cached_method(outlet, c, bang);
-        if (cached != no_method) {
-            call_bang(cached, receiver);
-        } else {
-            deliver_loud(receiver, bang, deliver_bang);
-        }
-    });
+    return send(outlet, BangMessage{"bang"_sym});
 }
 
 void *outlet_int(Outlet *outlet, int64_t value) noexcept {
-    Symbol *const kind = "int"_sym;
-    Atom atom;
-    atom.type = TypeLong;
-    atom.value.i = value;
-    return send(outlet, kind, 1, &atom, [=](const Connection *c, Object *receiver) {
-        const Method cached = cached_method(outlet, c, kind);
-        if (cached != no_method) {
-            call_int(cached, receiver, value);
-        } else {
-            deliver_loud(receiver, kind, [=](Object *x) { return deliver_int(x, value); });
-        }
-    });
+    return send(outlet, IntMessage{"int"_sym, value});
 }
 
 void *outlet_float(Outlet *outlet, double value) noexcept {
-    Symbol *const kind = "float"_sym;
-    Atom atom;
-    atom.type = TypeFloat;
-    atom.value.f = value;
-    return send(outlet, kind, 1, &atom, [=](const Connection *c, Object *receiver) {
-        const Method cached = cached_method(outlet, c, kind);
-        if (cached != no_method) {
-            call_float(cached, receiver, value);
-        } else {
-            deliver_loud(receiver, kind, [=](Object *x) { return deliver_float(x, value); });
-        }
-    });
+    return send(outlet, FloatMessage{"float"_sym, value});
 }
 
 void *outlet_list(Outlet *outlet, Symbol *, int32_t argc, Atom *argv) noexcept {
-    return send_list(outlet, argv ? argc : 0, argv);
+    return send(outlet, ListMessage{"list"_sym, argv ? argc : 0, argv});
 }
 
 void *outlet_anything(Outlet *outlet, Symbol *selector, int32_t argc, Atom *argv) noexcept {
     const int32_t count = argv && argc > 0 ? argc : 0;
-    if (selector == "list"_sym) {
-        return send_list(outlet, count, argv);
-    }
-    return send(outlet, selector, count, argv, [=](const Connection *, Object *receiver) {
-        deliver_loud(receiver, selector,
-                     [=](Object *x) { return deliver_anything(x, selector, count, argv); });
-    });
+    return selector == "list"_sym ? send(outlet, ListMessage{selector, count, argv})
+                                  : send(outlet, AnythingMessage{selector, count, argv});
 }
 
 void *outlet_atoms(Outlet *outlet, int32_t argc, Atom *argv) noexcept {

@@ -117,6 +117,14 @@ void leave_bucket(Connection *connection, const void *receiver) {
     }
 }
 
+// Whether a message of the sender's type can go straight to the cached method.
+void update_direct(Connection *connection) {
+    const bool usable = connection->method && connection->method != no_method &&
+                        connection->receiver.load(std::memory_order_relaxed) &&
+                        !(connection->monitor.load(std::memory_order_relaxed) & 1);
+    connection->direct.store(usable ? connection->method : nullptr, std::memory_order_seq_cst);
+}
+
 // --- One record ----------------------------------------------------------------------------------
 
 bool make_record(Outlet *outlet, Object *receiver) {
@@ -134,6 +142,7 @@ bool make_record(Outlet *outlet, Object *receiver) {
     }
     made->receiver.store(receiver, std::memory_order_relaxed);
     Lock lock;
+    update_direct(made);
     enter_bucket(made, receiver);
     link_first(outlet->connections, made);
     return true;
@@ -146,6 +155,7 @@ bool break_record(Connection *connection) {
     if (!receiver) {
         return false;
     }
+    connection->direct.store(nullptr, std::memory_order_seq_cst);
     connection->receiver.store(nullptr, std::memory_order_seq_cst);
     leave_bucket(connection, receiver);
     unlink(connection->sender->connections, connection);
@@ -353,6 +363,16 @@ void break_connections_to(Object *receiver) noexcept {
         const Guard guard(connection_lock(found->sender));
         disconnect_record(found);
     }
+}
+
+void connection_monitor(Connection *connection, int32_t flags, bool on) noexcept {
+    Lock lock;
+    if (on) {
+        connection->monitor.fetch_or(flags);
+    } else {
+        connection->monitor.fetch_and(~flags);
+    }
+    update_direct(connection);
 }
 
 void free_incoming(Inlet *inlet) noexcept {

@@ -162,8 +162,9 @@ Outlet *outlet_insert_after(void *owner, void *, Symbol *type, Outlet *previous)
     if (!is_message_owner(owner)) {
         return nullptr;
     }
+    const bool follows = is_outlet(previous) && previous->owner == owner;
     return outlet_make(owner, type,
-                       previous ? &previous->next : &static_cast<Object *>(owner)->outlets);
+                       follows ? &previous->next : &static_cast<Object *>(owner)->outlets);
 }
 
 void outlet_delete(Outlet *outlet) noexcept {

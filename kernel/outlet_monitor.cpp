@@ -89,7 +89,7 @@ void outlet_addmonitor(Outlet *outlet, void *receiver, void *key, int32_t flags)
         if (linklist_objptr2index(table, key) < 0) {
             linklist_append(table, key);
         }
-        connection->monitor.fetch_or(flags);
+        connection_monitor(connection, flags, true);
     }
 }
 
@@ -100,7 +100,7 @@ void outlet_removemonitor(Outlet *outlet, void *receiver, void *key, int32_t fla
     }
     Section section(*state);
     if (Connection *connection = connection_to(outlet, receiver)) {
-        connection->monitor.fetch_and(~flags);
+        connection_monitor(connection, flags, false);
     }
     Linklist *table = monitor_table(static_cast<Object *>(receiver), false);
     const int32_t index = table ? linklist_objptr2index(table, key) : -1;

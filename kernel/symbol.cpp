@@ -86,6 +86,7 @@ constexpr StaticTable static_table = fill_static_table();
 struct SymbolTable {
     std::array<std::atomic<DynamicSymbol *>, chain_slots> chains{};
     SymbolIndex index;
+    std::atomic<bool> started{false};  // the predefined names are in the index
 
     // Guarded by the lock; null (the global region) until start-up has made it.
     CriticalRef lock = nullptr;
@@ -134,7 +135,7 @@ bool reserve_text(size_t size) noexcept {
 }
 
 // The caller holds the lock and has not found the name.
-Symbol *insert(std::string_view name, uint32_t chain, uint64_t hash) noexcept {
+Symbol *insert(std::string_view name, uint32_t chain, uint32_t hash) noexcept {
     const bool cut = name.size() > longest_name;
     name = name.substr(0, longest_name);
     if (!reserve_record() || !reserve_text(name.size() + 1) || !symbols.index.reserve()) {
@@ -157,10 +158,12 @@ Symbol *insert(std::string_view name, uint32_t chain, uint64_t hash) noexcept {
 }
 
 // A name that the index does not hold, which held `seen` records then.
-[[gnu::noinline]] Symbol *make(std::string_view name, uint64_t hash, uint64_t seen) noexcept {
+[[gnu::noinline]] Symbol *make(std::string_view name, uint32_t hash, uint64_t seen) noexcept {
     const uint32_t stated = hash_name(name.data(), name.size());
-    if (Symbol *const symbol = find_static(name.data(), stated)) {
-        return symbol;  // start-up has not put it into the index yet
+    if (!symbols.started.load(std::memory_order_acquire)) {
+        if (Symbol *const symbol = find_static(name.data(), stated)) {
+            return symbol;
+        }
     }
     const Guard guard(symbols.lock);
     if (symbols.index.count() != seen) {
@@ -177,11 +180,14 @@ void symbols_start() noexcept {
     critical_new(&symbols.lock);
     {
         const Guard guard(symbols.lock);
+        bool whole = true;
         for (Symbol &symbol : predefined) {
-            if (symbols.index.reserve()) {
+            whole = whole && symbols.index.reserve();
+            if (whole) {
                 symbols.index.add(&symbol, SymbolIndex::hash_of(symbol.name));
             }
         }
+        symbols.started.store(whole, std::memory_order_release);
     }
     unique_names_start();
     common_symbols_gettable();
@@ -207,7 +213,7 @@ Symbol *gensym(const char *text) noexcept {
     }
     text = *text == '-' ? context_prefixed(text) : text;
     const std::string_view name = text;
-    const uint64_t hash = SymbolIndex::hash_of(name);
+    const uint32_t hash = SymbolIndex::hash_of(name);
     const uint64_t seen = symbols.index.count();
     if (Symbol *const symbol = symbols.index.find(text, hash)) {
         return symbol;

@@ -2,7 +2,6 @@
 
 #include <kiv/sysmem.h>
 
-#include <cstddef>
 #include <cstring>
 
 namespace kiv {
@@ -49,7 +48,7 @@ uint64_t tail_of(std::string_view text) noexcept {
 
 }  // namespace
 
-uint64_t SymbolIndex::hash_of(std::string_view name) noexcept {
+uint32_t SymbolIndex::hash_of(std::string_view name) noexcept {
     uint64_t hash = factor_a ^ name.size();
     size_t at = 0;
     for (; at + 16 < name.size(); at += 16) {
@@ -57,32 +56,39 @@ uint64_t SymbolIndex::hash_of(std::string_view name) noexcept {
                    load<uint64_t>(name.data() + at + 8) ^ factor_b);
     }
     const uint64_t next = at + 8 < name.size() ? load<uint64_t>(name.data() + at) : 0;
-    return mix(tail_of(name.substr(at)) ^ hash, next ^ factor_b);
+    return static_cast<uint32_t>(mix(tail_of(name.substr(at)) ^ hash, next ^ factor_b)) | 1;
 }
 
 SymbolIndex::Table *SymbolIndex::make_table(uint64_t size) noexcept {
-    const size_t bytes = offsetof(Table, slots) + size * sizeof(Slot);
-    auto *const table = static_cast<Table *>(sysmem_newptrclear(static_cast<int64_t>(bytes)));
+    constexpr uint64_t largest_size = uint64_t{1} << 31;  // the hash has no more bits
+    const uint64_t bytes = sizeof(Table) + size * (sizeof(Symbol *) + sizeof(uint32_t));
+    void *const block =
+        size <= largest_size ? sysmem_newptrclear(static_cast<int64_t>(bytes)) : nullptr;
+    auto *const table = static_cast<Table *>(block);
     if (table) {
         table->mask = size - 1;
+        table->symbols = reinterpret_cast<Symbol **>(table + 1);
+        table->hashes = reinterpret_cast<uint32_t *>(table->symbols + size);
     }
     return table;
 }
 
-Symbol *SymbolIndex::find(const char *name, uint64_t hash) const noexcept {
-    Table *const table = table_.load(std::memory_order_acquire);
+Symbol *SymbolIndex::find(const char *name, uint32_t hash) const noexcept {
+    const Table *const table = table_.load(std::memory_order_acquire);
     if (!table) {
         return nullptr;
     }
-    for (uint64_t at = hash & table->mask;; at = (at + 1) & table->mask) {
-        Slot &slot = table->slots[at];
-        Symbol *const symbol = std::atomic_ref(slot.symbol).load(std::memory_order_acquire);
-        if (!symbol) {
+    for (uint64_t at = table->home(hash);; at = table->next(at)) {
+        const uint32_t present = std::atomic_ref(table->hashes[at]).load(std::memory_order_acquire);
+        if (present == 0) {
             return nullptr;
         }
-        if (std::atomic_ref(slot.hash).load(std::memory_order_relaxed) == hash &&
-            std::strcmp(symbol->name, name) == 0) {
-            return symbol;
+        if (present == hash) {
+            Symbol *const symbol =
+                std::atomic_ref(table->symbols[at]).load(std::memory_order_acquire);
+            if (std::strcmp(symbol->name, name) == 0) {
+                return symbol;
+            }
         }
     }
 }
@@ -90,13 +96,13 @@ Symbol *SymbolIndex::find(const char *name, uint64_t hash) const noexcept {
 // Every record of an outgrown table into one that nobody reads yet.
 void SymbolIndex::move(const Table *from, Table *to) noexcept {
     for (uint64_t i = 0; from && i <= from->mask; ++i) {
-        const Slot &slot = from->slots[i];
-        if (slot.symbol) {
-            uint64_t at = slot.hash & to->mask;
-            while (to->slots[at].symbol) {
-                at = (at + 1) & to->mask;
+        if (const uint32_t hash = from->hashes[i]) {
+            uint64_t at = to->home(hash);
+            while (to->hashes[at]) {
+                at = to->next(at);
             }
-            to->slots[at] = slot;
+            to->hashes[at] = hash;
+            to->symbols[at] = from->symbols[i];
         }
     }
 }
@@ -116,17 +122,15 @@ bool SymbolIndex::reserve() noexcept {
     return true;
 }
 
-void SymbolIndex::add(Symbol *symbol, uint64_t hash) noexcept {
-    Table *const table = table_.load(std::memory_order_relaxed);
-    for (uint64_t at = hash & table->mask;; at = (at + 1) & table->mask) {
-        Slot &slot = table->slots[at];
-        if (slot.symbol && (slot.hash != hash || std::strcmp(slot.symbol->name, symbol->name))) {
-            continue;
-        }
-        std::atomic_ref(slot.hash).store(hash, std::memory_order_relaxed);
-        std::atomic_ref(slot.symbol).store(symbol, std::memory_order_release);
-        break;
+void SymbolIndex::add(Symbol *symbol, uint32_t hash) noexcept {
+    const Table *const table = table_.load(std::memory_order_relaxed);
+    uint64_t at = table->home(hash);
+    while (table->hashes[at] && (table->hashes[at] != hash ||
+                                 std::strcmp(table->symbols[at]->name, symbol->name) != 0)) {
+        at = table->next(at);
     }
+    std::atomic_ref(table->symbols[at]).store(symbol, std::memory_order_release);
+    std::atomic_ref(table->hashes[at]).store(hash, std::memory_order_release);
     count_.fetch_add(1, std::memory_order_release);
 }
 
