@@ -24,7 +24,6 @@ namespace kiv {
 
 namespace {
 
-constexpr int32_t smallest_indexed_count = 21;  // below it, a scan of the list is as good
 constexpr int32_t methods_slots = 101;
 constexpr int32_t extra_slots = 17;
 
@@ -74,15 +73,6 @@ bool list_grow(Class *c) {
     c->method_list = list;
     c->method_capacity = capacity;
     return true;
-}
-
-MethodRecord *list_find(MethodRecord *first, const Symbol *selector) {
-    for (MethodRecord *entry = first; entry->selector; ++entry) {
-        if (entry->selector == selector) {
-            return entry;
-        }
-    }
-    return nullptr;
 }
 
 void *class_name_method(Object *x) {
@@ -277,11 +267,7 @@ const MethodRecord *class_find_method(const Class *c, const Symbol *selector) no
 }
 
 const MethodRecord *object_find_method(const Object *x, const Symbol *selector) noexcept {
-    const Class *const c = class_of(x);
-    if (c->flags & ClassOwnMethods) {
-        return list_find(x->methods, selector);
-    }
-    return class_find_method(c, selector);
+    return find_method(x, selector);
 }
 
 Hashtab *class_complete_index(Class *c) noexcept {

@@ -21,6 +21,31 @@ inline bool is_real(Method function) noexcept {
     return function != nullptr && function != reinterpret_cast<Method>(nullfn);
 }
 
+// From so many entries on a class uses its method index; below, a scan of the list is as good.
+inline constexpr int32_t smallest_indexed_count = 21;
+
+// The entry of a list for a selector, or null.
+inline MethodRecord *list_find(MethodRecord *first, const Symbol *selector) noexcept {
+    for (MethodRecord *entry = first; entry->selector; ++entry) {
+        if (entry->selector == selector) {
+            return entry;
+        }
+    }
+    return nullptr;
+}
+
+// object_find_method, for dispatch itself.
+inline const MethodRecord *find_method(const Object *x, const Symbol *selector) noexcept {
+    const Class *const c = class_of(x);
+    if (c->flags & ClassOwnMethods) {
+        return list_find(x->methods, selector);
+    }
+    if (c->method_count >= smallest_indexed_count || (c->flags & ClassNoMethodList)) {
+        return class_find_method(c, selector);
+    }
+    return list_find(c->method_list + 1, selector);
+}
+
 // A method with its argument types, read up to the closing 0; at most seven, counted in `count`
 // unless it is null.
 MethodRecord read_method(Method function, const char *name, va_list types, int32_t *count) noexcept;

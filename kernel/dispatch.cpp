@@ -95,7 +95,7 @@ const MethodRecord *wrapped(const Class *c, const MethodRecord *method) {
 }
 
 const MethodRecord *typed_method_of(Object *x, const Symbol *selector) {
-    const MethodRecord *const method = object_find_method(x, selector);
+    const MethodRecord *const method = find_method(x, selector);
     return method ? wrapped(class_of(x), method) : nullptr;
 }
 
@@ -165,7 +165,7 @@ struct DirectResult {
 };
 
 DirectResult call_direct(Object *x, Symbol *selector, void *const words[8]) {
-    if (const MethodRecord *const method = object_find_method(x, selector)) {
+    if (const MethodRecord *const method = find_method(x, selector)) {
         return {true, call_guarded(selector, [&] { return call_words(method, x, words); })};
     }
     void *value = nullptr;
@@ -178,7 +178,7 @@ DirectResult call_direct(Object *x, Symbol *selector, void *const words[8]) {
 
 // The object that an object's "decorator" method names, or null.
 Object *decorated(Object *x) {
-    const MethodRecord *const method = object_find_method(x, "decorator"_sym);
+    const MethodRecord *const method = find_method(x, "decorator"_sym);
     if (!method) {
         return nullptr;
     }
@@ -223,14 +223,14 @@ Method look_up(const char *function_name, void *x, const Symbol *selector) {
         return reinterpret_cast<Method>(nullfn);
     }
     const MethodRecord *const method =
-        selector ? object_find_method(static_cast<Object *>(x), selector) : nullptr;
+        selector ? find_method(static_cast<Object *>(x), selector) : nullptr;
     return method ? method->function : nullptr;
 }
 
 // --- Results as atoms ----------------------------------------------------------------------------
 
 ErrorCode typed_with_result(Object *x, Symbol *selector, int32_t argc, Atom *argv, Atom *result) {
-    const MethodRecord *const method = object_find_method(x, selector);
+    const MethodRecord *const method = find_method(x, selector);
     if (method && method->types[0] == TypeGimmeBack) {
         void *const code = call_guarded(
             selector, [&] { return call_gimmeback(method, x, selector, argc, argv, result); });
@@ -267,7 +267,7 @@ const MethodRecord *typed_method(Object *x, Symbol *selector) noexcept {
             return method;
         }
     }
-    return object_find_method(x, state.anything);
+    return find_method(x, state.anything);
 }
 
 void *typed_call(Object *x, const MethodRecord *method, Symbol *selector, int32_t argc,
@@ -394,7 +394,7 @@ void *class_dumpout_wrap(void *x, Symbol *selector, int32_t argc, Atom *argv) no
         object_obex_lookup(x, "dumpout"_sym, &outlet) != ErrorNone || !outlet) {
         return nullptr;
     }
-    const MethodRecord *const method = object_find_method(static_cast<Object *>(x), selector);
+    const MethodRecord *const method = find_method(static_cast<Object *>(x), selector);
     if (!method) {
         return nullptr;
     }

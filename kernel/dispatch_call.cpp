@@ -205,9 +205,10 @@ void *call_shape(Method function, void *x, const Arguments &arguments) {
 bool convert_arguments(Object *x, Symbol *message, const uint8_t *types, int32_t argc,
                        const Atom *argv, Arguments *out) noexcept {
     int32_t n = 0;
+    uint32_t doubles = 0;
     for (; n < most_arguments && types[n] != TypeNothing; ++n) {
         if (n < argc && take_exact(types[n], argv[n], &out->words[n])) {
-            out->doubles |= uint32_t{argv[n].type == TypeFloat} << n;
+            doubles |= uint32_t{argv[n].type == TypeFloat} << n;
             continue;
         }
         if (n < argc) {
@@ -226,10 +227,11 @@ bool convert_arguments(Object *x, Symbol *message, const uint8_t *types, int32_t
             }
         }
         if (is_double(types[n])) {
-            out->doubles |= uint32_t{1} << n;
+            doubles |= uint32_t{1} << n;
         }
     }
     out->count = n;
+    out->doubles = doubles;
     if (argc > n) {
         report_extra(x, message);
     }

@@ -17,8 +17,8 @@ inline constexpr int32_t most_arguments = 7;
 // Arguments in order, and which of them are doubles.
 struct Arguments {
     Word words[most_arguments];
-    uint32_t doubles = 0;  // bit n: argument n is a double
-    int32_t count = 0;
+    uint32_t doubles;  // bit n: argument n is a double
+    int32_t count;
 };
 
 // Calls `function` as exactly the type that `arguments` describe, after `x` when it is not null.
