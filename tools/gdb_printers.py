@@ -122,13 +122,21 @@ class TablePrinter(EntriesPrinter):
 
 class DictionaryPrinter(EntriesPrinter):
     def to_string(self):
-        return "dictionary of %d" % number(self.value["order"]["count"])
+        order, packed = self.value["order"], self.value["packed"]
+        count = number(order["count"]) if order else int(packed["count"]) if packed else 0
+        return "dictionary of %d" % count
 
     def entries(self):
-        kind = gdb.lookup_type("DictionaryEntry").pointer()
-        for item in items(self.value["order"]):
-            entry = item.cast(kind)
-            yield symbol_text(entry["key"]), atom_text(entry["value"])
+        order, packed = self.value["order"], self.value["packed"]
+        if order:
+            kind = gdb.lookup_type("DictionaryEntry").pointer()
+            for item in items(order):
+                entry = item.cast(kind)
+                yield symbol_text(entry["key"]), atom_text(entry["value"])
+        elif packed:
+            pairs = (packed + 1).cast(gdb.lookup_type("kiv::KeyValue").pointer())
+            for index in range(int(packed["count"])):
+                yield symbol_text(pairs[index]["key"]), atom_text(pairs[index]["value"])
 
 
 def register():
