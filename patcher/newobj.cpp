@@ -188,8 +188,9 @@ Class *ui_class_named(const Making &making) noexcept {
 }
 
 Object *make_box(Making &making, int32_t argc, Atom *argv) {
-    if (Class *c = making.patcher ? ui_class_named(making) : nullptr) {
-        return box_of_class(c, making.dictionary, as_object(making.patcher), making.atoms);
+    if (Class *c = ui_class_named(making)) {
+        Object *patcher = making.patcher ? as_object(making.patcher) : nullptr;
+        return box_of_class(c, making.dictionary, patcher, making.atoms);
     }
     auto *box = static_cast<Jbox *>(object_alloc(newobj_class));
     if (!box || jbox_new(box, 0, argc, argv) != ErrorNone) {
