@@ -87,11 +87,12 @@ TEST_P(FailingAllocations, LeaveAPatcherOrAnError) {
     int64_t n = 1 + GetParam();
     int64_t kept = 0;
     for (; load_failing(n, &kept); n += shares) {
-        // A table that grew and a name that is new stay, once.
-        if (kept > 0) {
+        // A table that grew and a name that is new stay, once, and the pool of names takes its
+        // memory in pieces; what leaks stays every time.
+        for (int again = 0; kept > 0 && again < 3; ++again) {
             load_failing(n, &kept);
-            EXPECT_LE(kept, 0) << n;
         }
+        EXPECT_LE(kept, 0) << n;
         if (n % (shares * 16) == 1 + GetParam()) {
             p = load_text(text);
             EXPECT_EQ(jpatcher_get_count(p), count) << n;
