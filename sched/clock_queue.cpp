@@ -32,27 +32,44 @@ bool before(const ClockLane &a, double sort_time, uint64_t sequence) {
     return a.sort_time < sort_time || (a.sort_time == sort_time && a.next->sequence < sequence);
 }
 
-Place find_place(Scheduler *owner, double sort_time, uint64_t sequence) {
+Place first_place(Scheduler *owner) {
     Place place;
+    place.chain = &owner->queue;
+    for (int lane = 0; lane < lanes; ++lane) {
+        place.express[lane] = &owner->express[lane];
+    }
+    return place;
+}
+
+// Moves a place on to that of a later clock. What an upper lane leads to lies beyond where the
+// lower ones had got to, since it was not before the clock that they led to.
+void advance(Place &place, double sort_time, uint64_t sequence) {
     Clock *left = nullptr;  // the last clock known to stand before the place
     for (int lane = lanes - 1; lane >= 0; --lane) {
-        ClockLane *link = left ? &left->express[lane] : &owner->express[lane];
+        ClockLane *link = left ? &left->express[lane] : place.express[lane];
         while (link->next && before(*link, sort_time, sequence)) {
             left = link->next;
             link = &left->express[lane];
         }
         place.express[lane] = link;
     }
-    Clock **link = left ? &left->next : &owner->queue;
+    Clock **link = left ? &left->next : place.chain;
     while (*link && before(*link, sort_time, sequence)) {
         link = &(*link)->next;
     }
     place.chain = link;
+}
+
+Place find_place(Scheduler *owner, const Clock *clock) {
+    Place place = first_place(owner);
+    advance(place, clock->sort_time, clock->sequence);
     return place;
 }
 
-int random_height() {
-    const uint32_t bits = kernel_random();
+// A quarter of the clocks on each next lane; a generator of its own, under the lock that is held.
+int random_height(Scheduler *owner) {
+    owner->random = owner->random * 6364136223846793005u + 1442695040888963407u;
+    const uint64_t bits = owner->random >> 40;
     int height = 1;
     while (height <= lanes && ((bits >> (2 * height)) & 3) == 0) {
         ++height;
@@ -77,16 +94,16 @@ void clock_link(Scheduler *owner, Clock *clock) noexcept {
     }
     clock->sequence = ++owner->settings;
     clock->queue_slot = &owner->queue;
-    owner->arrivals[owner->arrival_count++] = clock;
+    owner->arrivals[owner->arrival_count++] = {clock, clock->sort_time};
     clock->arrival = owner->arrival_count;
 }
 
 void clock_unlink(Scheduler *owner, Clock *clock) noexcept {
     clock->queue_slot = nullptr;
     if (clock->arrival != 0) {
-        Clock *const last = owner->arrivals[--owner->arrival_count];
+        const ClockLane last = owner->arrivals[--owner->arrival_count];
         owner->arrivals[clock->arrival - 1] = last;
-        last->arrival = clock->arrival;
+        last.next->arrival = clock->arrival;
         clock->arrival = 0;
         return;
     }
@@ -95,7 +112,7 @@ void clock_unlink(Scheduler *owner, Clock *clock) noexcept {
         std::copy_n(clock->express, clock->height - 1, owner->express);
         __builtin_prefetch(owner->queue);  // the next to be fired
     } else {
-        const Place place = find_place(owner, clock->sort_time, clock->sequence);
+        const Place place = find_place(owner, clock);
         *place.chain = clock->next;
         for (int lane = 0; lane < clock->height - 1; ++lane) {
             *place.express[lane] = clock->express[lane];
@@ -104,12 +121,22 @@ void clock_unlink(Scheduler *owner, Clock *clock) noexcept {
     clock->next = nullptr;
 }
 
+// In order, so that each place is found from the one before.
 void clocks_settle(Scheduler *owner) noexcept {
+    if (owner->arrival_count == 0) {
+        return;
+    }
+    std::sort(owner->arrivals, owner->arrivals + owner->arrival_count,
+              [](const ClockLane &a, const ClockLane &b) {
+                  return before(a, b.sort_time, b.next->sequence);
+              });
+    Place place = first_place(owner);
     for (int32_t i = 0; i < owner->arrival_count; ++i) {
-        Clock *const clock = owner->arrivals[i];
+        Clock *const clock = owner->arrivals[i].next;
         clock->arrival = 0;
-        clock->height = random_height();
-        link_at(find_place(owner, clock->sort_time, clock->sequence), clock);
+        clock->height = random_height(owner);
+        advance(place, clock->sort_time, clock->sequence);
+        link_at(place, clock);
     }
     owner->arrival_count = 0;
 }
@@ -126,7 +153,7 @@ void clocks_shift(Scheduler *owner, const Scheduler *scheduler, double delta) no
             clock->sort_time += delta;
         }
         // The old sequence stays: clocks with equal times keep the order of their setting.
-        link_at(find_place(owner, clock->sort_time, clock->sequence), clock);
+        link_at(find_place(owner, clock), clock);
         clock = next;
     }
 }

@@ -11,9 +11,15 @@
 #include "sched/guarded.h"
 #include "sched/scheduler.h"
 
+// Each side's counter has a cache line to itself, with what that side last saw of the other's: it
+// looks again only when the ring seems full, or empty.
 struct LockfreeQueue {
     std::atomic<uint32_t> written;
+    uint32_t taken_seen;  // private to the writer
+    char reader_apart[64];
     std::atomic<uint32_t> taken;
+    uint32_t written_seen;  // private to the reader
+    char rest_apart[64];
     uint32_t capacity;        // elements, a power of two
     uint32_t twice_capacity;  // the distance at which the ring is full
     uint32_t element_size;    // bytes from slot to slot, a power of two
@@ -41,6 +47,23 @@ constexpr uint32_t largest_ring = 1u << 30;  // bytes, and elements
 
 char *slot(LockfreeQueue *queue, uint32_t counter) {
     return queue->storage + size_t{(counter / 2) & (queue->capacity - 1)} * queue->element_size;
+}
+
+// The usual sizes without a call.
+void copy_element(void *to, const void *from, uint32_t size) {
+    switch (size) {
+        case 4:
+            std::memcpy(to, from, 4);
+            break;
+        case 8:
+            std::memcpy(to, from, 8);
+            break;
+        case 16:
+            std::memcpy(to, from, 16);
+            break;
+        default:
+            std::memcpy(to, from, size);
+    }
 }
 
 // Deliberately, a value found after a full drain's worth is dropped, not kept. The function may
@@ -122,7 +145,11 @@ int32_t lockfreequeue_push(LockfreeQueue *queue, const void *element) noexcept {
         return 1;
     }
     const uint32_t written = queue->written.load(std::memory_order_relaxed);
-    const uint32_t distance = written - queue->taken.load(std::memory_order_acquire);
+    uint32_t distance = written - queue->taken_seen;
+    if (distance >= queue->twice_capacity - 1) {
+        queue->taken_seen = queue->taken.load(std::memory_order_acquire);
+        distance = written - queue->taken_seen;
+    }
     if (distance == queue->twice_capacity) {
         return 1;
     }
@@ -130,7 +157,7 @@ int32_t lockfreequeue_push(LockfreeQueue *queue, const void *element) noexcept {
         return 2;
     }
     queue->written.store(written + 1, std::memory_order_relaxed);
-    std::memcpy(slot(queue, written), element, queue->copied_size);
+    copy_element(slot(queue, written), element, queue->copied_size);
     queue->written.store(written + 2, std::memory_order_release);
     return 0;
 }
@@ -140,7 +167,11 @@ int32_t lockfreequeue_pop(LockfreeQueue *queue, void *element) noexcept {
         return 1;
     }
     const uint32_t taken = queue->taken.load(std::memory_order_relaxed);
-    const uint32_t distance = queue->written.load(std::memory_order_acquire) - taken;
+    uint32_t distance = queue->written_seen - taken;
+    if (distance <= 1) {
+        queue->written_seen = queue->written.load(std::memory_order_acquire);
+        distance = queue->written_seen - taken;
+    }
     if (distance == 0) {
         return 1;
     }
@@ -148,7 +179,7 @@ int32_t lockfreequeue_pop(LockfreeQueue *queue, void *element) noexcept {
         return 2;
     }
     queue->taken.store(taken + 1, std::memory_order_relaxed);
-    std::memcpy(element, slot(queue, taken), queue->copied_size);
+    copy_element(element, slot(queue, taken), queue->copied_size);
     queue->taken.store(taken + 2, std::memory_order_release);
     return 0;
 }

@@ -26,11 +26,11 @@
 #include "sched/owned.h"
 
 inline constexpr int clock_express_lanes = 9;  // a quarter on each next lane: a million clocks
-inline constexpr int32_t most_arrivals = 64;
+inline constexpr int32_t most_arrivals = 1024;
 
 namespace kiv {
 
-// A link of an express lane, with the sort time of the clock it leads to.
+// A link of an express lane, or an arrival, with the sort time of the clock it leads to.
 struct ClockLane {
     Clock *next;
     double sort_time;
@@ -61,8 +61,9 @@ struct Scheduler {
     // Private from here on.
     std::atomic<bool> has_run;
     kiv::ClockLane express[clock_express_lanes];
-    Clock *arrivals[most_arrivals];
+    kiv::ClockLane arrivals[most_arrivals];
     int32_t arrival_count;
+    uint64_t random;      // for the heights of clocks
     uint64_t settings;    // numbers the settings of clocks, so that order survives ties
     kiv::Firing *firing;  // innermost first; under the queue lock
     Clock *clocks;        // all clocks of a private scheduler; under its own queue lock
