@@ -52,7 +52,10 @@ ErrorCode get_outlet_types(void *x, void *, int32_t *argc, Atom **argv) noexcept
     if (!box->state) {
         return ErrorGeneric;
     }
-    const int32_t count = box_outlet_count(box);
+    // Of a placeholder, what the document said: its number of outlets may be anything.
+    const auto &known = box->state->document_outlet_types;
+    const bool placeholder = box->state->placeholder;
+    const int32_t count = placeholder ? static_cast<int32_t>(known.size()) : box_outlet_count(box);
     if (count == 0) {
         *argc = 0;
         return ErrorNone;
@@ -61,12 +64,9 @@ ErrorCode get_outlet_types(void *x, void *, int32_t *argc, Atom **argv) noexcept
     if (ErrorCode failure = atom_alloc_array(count, argc, argv, &allocated)) {
         return failure;
     }
-    const auto &known = box->state->document_outlet_types;
     for (int32_t i = 0; i < count; ++i) {
-        Symbol *type =
-            box->state->placeholder
-                ? (static_cast<size_t>(i) < known.size() ? known[static_cast<size_t>(i)] : nullptr)
-                : outlet_type(outlet_nth(box_object(box), i));
+        Symbol *type = placeholder ? known[static_cast<size_t>(i)]
+                                   : outlet_type(outlet_nth(box_object(box), i));
         atom_setsym(*argv + i, type ? type : ""_sym);
     }
     return ErrorNone;

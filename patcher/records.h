@@ -279,10 +279,10 @@ Class *patcher_class() noexcept;
 // The patcher an object pointer is, or null when it is no live patcher.
 Patcher *as_patcher(void *x) noexcept;
 inline Object *as_object(Patcher *patcher) noexcept {
-    return &patcher->head.ob;
+    return reinterpret_cast<Object *>(patcher);  // also for null
 }
 inline Object *as_object(Jbox *box) noexcept {
-    return &box->ob;
+    return reinterpret_cast<Object *>(box);
 }
 // Appends a box to the order, giving it an id when it has none or another box bears its id, and a
 // free scripting name; tells the listeners. False without memory.
