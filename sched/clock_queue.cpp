@@ -8,6 +8,7 @@
 // So a clock that is set over and over, or unset before anybody looked, costs no search at all; and
 // since few clocks can wait to be placed, no look takes long.
 #include <algorithm>
+#include <limits>
 
 #include "sched/scheduler.h"
 
@@ -23,13 +24,17 @@ struct Place {
     ClockLane *express[lanes];
 };
 
+// In place of a sequence: behind all clocks of the same time.
+constexpr uint64_t behind_equals = std::numeric_limits<uint64_t>::max();
+
 bool before(const Clock *a, double sort_time, uint64_t sequence) {
     return a->sort_time < sort_time || (a->sort_time == sort_time && a->sequence < sequence);
 }
 
-// Looks at the clock itself only when the times are equal: it is seldom in the cache.
+// Looks at the clock itself only where it must: it is seldom in the cache.
 bool before(const ClockLane &a, double sort_time, uint64_t sequence) {
-    return a.sort_time < sort_time || (a.sort_time == sort_time && a.next->sequence < sequence);
+    return a.sort_time < sort_time ||
+           (a.sort_time == sort_time && (sequence == behind_equals || a.next->sequence < sequence));
 }
 
 Place first_place(Scheduler *owner) {
@@ -77,6 +82,14 @@ int random_height(Scheduler *owner) {
     return height;
 }
 
+// What firing a clock reads of it lies on three cache lines.
+void prefetch(const Clock *clock) {
+    const auto *bytes = reinterpret_cast<const char *>(clock);
+    for (size_t line = 0; line < 192; line += 64) {
+        __builtin_prefetch(bytes + line);
+    }
+}
+
 void link_at(const Place &place, Clock *clock) {
     clock->next = *place.chain;
     *place.chain = clock;
@@ -110,7 +123,7 @@ void clock_unlink(Scheduler *owner, Clock *clock) noexcept {
     if (owner->queue == clock) {  // the head is the head of every lane it is on
         owner->queue = clock->next;
         std::copy_n(clock->express, clock->height - 1, owner->express);
-        __builtin_prefetch(owner->queue);  // the next to be fired
+        prefetch(owner->queue);  // the next to be fired
     } else {
         const Place place = find_place(owner, clock);
         *place.chain = clock->next;
@@ -135,7 +148,7 @@ void clocks_settle(Scheduler *owner) noexcept {
         Clock *const clock = owner->arrivals[i].next;
         clock->arrival = 0;
         clock->height = random_height(owner);
-        advance(place, clock->sort_time, clock->sequence);
+        advance(place, clock->sort_time, behind_equals);  // it was set after all that stand there
         link_at(place, clock);
     }
     owner->arrival_count = 0;
