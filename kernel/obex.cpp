@@ -152,11 +152,11 @@ ObexRecord *record_locked(const Object *x, const ObexLock &lock) noexcept {
     return offset > 0 ? field_of(x, offset) : lock->find(x);
 }
 
-// One of 64 bits for a key. A class remembers those of the keys that any instance ever kept a value
+// One of 63 bits for a key. A class remembers those of the keys that any instance ever kept a value
 // under, so that asking for what none has (most objects have no attributes of their own) takes no
 // lock.
 uint64_t key_bit(const Symbol *key) noexcept {
-    return uint64_t{1} << (hash_of(key) % 64);
+    return uint64_t{1} << (hash_of(key) % 63);
 }
 
 bool may_have(const Object *x, const Symbol *key) noexcept {
@@ -176,6 +176,9 @@ ObexRecord *record_make(Object *x) {
     return block ? new (block) ObexRecord(x) : nullptr;
 }
 
+// The bit of a class's value keys that stands for no key: an instance has had a record.
+constexpr uint64_t has_records = uint64_t{1} << 63;
+
 // Whether an object certainly has no record. Most never get one, and a field that is still empty,
 // or a class none of whose instances ever had one, tells so without the lock, which freeing many
 // objects would feel.
@@ -184,7 +187,7 @@ bool has_none(const Object *x) noexcept {
     if (c->obex_offset > 0) {
         return !std::atomic_ref(field_of(x, c->obex_offset)).load();
     }
-    return c->obex_offset < 0 || !(std::atomic_ref(c->flags).load() & class_has_records);
+    return c->obex_offset < 0 || std::atomic_ref(c->value_keys).load() == 0;
 }
 
 ObexRecord *record_take(Object *x) noexcept {
@@ -225,7 +228,7 @@ ObexRecord *obex_enforce(Object *x) noexcept {
         obex_unpin(made);
         return nullptr;
     } else {
-        std::atomic_ref(class_of(x)->flags).fetch_or(class_has_records);
+        std::atomic_ref(class_of(x)->value_keys).fetch_or(has_records);
     }
     return made;
 }

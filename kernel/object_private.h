@@ -19,10 +19,6 @@ struct ObexValue {
 // may still reach for it while it is freed, so its memory goes to memory_retire.
 inline constexpr uint32_t obex_client = 0x10000;
 
-// Flag of a class whose instances are found in the kernel-wide table: one of them has had a record.
-// Until then nobody need look.
-inline constexpr uint32_t class_has_records = 0x2000000;
-
 // The extension record of an object, made the first time that anything has to be kept for it.
 // Found through a pointer field of the instance or through a kernel-wide table (obex.cpp).
 struct ObexRecord {

@@ -103,7 +103,7 @@ void enter_bucket(Connection *connection, const void *receiver) {
         connection->peer_next->peer_previous = connection;
     }
     head.store(connection, std::memory_order_release);
-    std::atomic_ref<uint32_t>(class_of(receiver)->flags).fetch_or(ClassReceives);
+    mark_class(receiver, ClassReceives);
 }
 
 void leave_bucket(Connection *connection, const void *receiver) {

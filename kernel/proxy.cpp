@@ -141,7 +141,7 @@ Proxy *proxy_make(void *owner, int32_t number, int32_t *stash) {
     proxy->bang_method = cached(object, "bang"_sym);
     proxy->float_method = cached(object, "float"_sym);
     proxy->list_method = cached(object, "list"_sym);
-    std::atomic_ref<uint32_t>(class_of(owner)->flags).fetch_or(ClassUsesProxies);
+    mark_class(owner, ClassUsesProxies);
     return proxy;
 }
 

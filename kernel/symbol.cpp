@@ -159,7 +159,10 @@ Symbol *insert(std::string_view name, uint32_t chain, uint32_t hash) noexcept {
 
 // A name that the index does not hold, which held `seen` records then.
 [[gnu::noinline]] Symbol *make(std::string_view name, uint32_t hash, uint64_t seen) noexcept {
+    symbols.index.expect(hash);
     const uint32_t stated = hash_name(name.data(), name.size());
+    const uint32_t chain = stated % chain_modulus;
+    __builtin_prefetch(&symbols.chains[chain], 1);
     if (!symbols.started.load(std::memory_order_acquire)) {
         if (Symbol *const symbol = find_static(name.data(), stated)) {
             return symbol;
@@ -171,7 +174,7 @@ Symbol *insert(std::string_view name, uint32_t chain, uint32_t hash) noexcept {
             return symbol;
         }
     }
-    return insert(name, stated % chain_modulus, hash);
+    return insert(name, chain, hash);
 }
 
 }  // namespace

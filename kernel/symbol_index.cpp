@@ -93,6 +93,12 @@ Symbol *SymbolIndex::find(const char *name, uint32_t hash) const noexcept {
     }
 }
 
+void SymbolIndex::expect(uint32_t hash) const noexcept {
+    if (const Table *const table = table_.load(std::memory_order_acquire)) {
+        __builtin_prefetch(&table->symbols[table->home(hash)], 1);
+    }
+}
+
 // Every record of an outgrown table into one that nobody reads yet.
 void SymbolIndex::move(const Table *from, Table *to) noexcept {
     for (uint64_t i = 0; from && i <= from->mask; ++i) {

@@ -27,6 +27,8 @@ class SymbolIndex {
     constexpr SymbolIndex() noexcept = default;
     // The newest record of a NUL-terminated name and its hash, or null. Any thread.
     Symbol *find(const char *name, uint32_t hash) const noexcept;
+    // Has the place of a record that is about to be added fetched into the cache meanwhile.
+    void expect(uint32_t hash) const noexcept;
     // Grows with each record added: what was not found is still missing while it stays the same.
     uint64_t count() const noexcept { return count_.load(std::memory_order_acquire); }
     // Makes room for one more record; false when there is no memory. Writer only.
