@@ -85,8 +85,8 @@ KIV_EXPORT void loadbang_resume(void) KIV_NOEXCEPT;
 KIV_EXPORT void loadbang_queueobject(void *patcher) KIV_NOEXCEPT;
 /* Sends every queued patcher "loadbang", then "clean", in the order in which they were queued. */
 KIV_EXPORT void loadbang_dequeue(void) KIV_NOEXCEPT;
-/* Lets every patcher serve loadbang once more, as the next outermost load does. Who sends "loadbang"
-   to a running patcher because a person asked for it calls this first. */
+/* Lets every patcher serve loadbang once more, as the next outermost load does. Who sends
+   "loadbang" to a running patcher because a person asked for it calls this first. */
 KIV_EXPORT void loadbang_new_generation(void) KIV_NOEXCEPT;
 /* Reads and writes an 8-bit flag that the runtime keeps for the user interface. */
 KIV_EXPORT int32_t noloadbangdisable_get(void) KIV_NOEXCEPT;
