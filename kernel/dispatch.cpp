@@ -219,7 +219,7 @@ void *direct_to_list(Object *x, Symbol *selector, void *const words[8]) {
 Method look_up(const char *function_name, void *x, const Symbol *selector) {
     const char *const name = selector ? selector->name : "";
     if (!object_valid(x)) {
-        error("%s (%s): corrupt object", function_name, name);
+        object_bug(nullptr, "%s (%s): corrupt object", function_name, name);
         return reinterpret_cast<Method>(nullfn);
     }
     const MethodRecord *const method =
@@ -288,7 +288,7 @@ using namespace kiv;
 
 void *typedmess(void *x, Symbol *selector, int32_t argc, Atom *argv) noexcept {
     if (!object_valid(x)) {
-        error("typedmess: %s: corrupt object", selector ? selector->name : "");
+        object_bug(nullptr, "typedmess: %s: corrupt object", selector ? selector->name : "");
         return nullptr;
     }
     if (!selector) {

@@ -11,8 +11,8 @@
 #include "kernel/internal.h"
 #include "platform/platform.h"
 
-// --- Records. Fields in the order of the record; what stands below "ours" is private.
-// -------------
+// --- Records -------------------------------------------------------------------------------------
+// Fields in the order of the record; what stands below "ours" is private.
 
 // One for each cord. `next` and `receiver` are read by sends without a lock; everything else
 // changes under the lock of the connections (outlet_connect.cpp).
@@ -79,8 +79,7 @@ inline const Method no_method = reinterpret_cast<Method>(nullfn);
 enum OutletFlag : uint8_t { OutletPassThrough = 1, OutletSilenced = 16 };
 enum InletFlag : uint16_t { InletRecords = 1 };
 
-// --- The send state of a thread (outlet_memory.cpp)
-// -----------------------------------------------
+// --- The send state of a thread (outlet_memory.cpp) ----------------------------------------------
 
 struct SendState {
     int32_t depth;            // sends under way
@@ -143,8 +142,7 @@ class Section {
     uint64_t count_;  // when it began
 };
 
-// --- Through which proxy the message that runs came in (proxy.cpp)
-// --------------------------------
+// --- Through which proxy the message that runs came in (proxy.cpp) -------------------------------
 
 struct ProxyContext {
     const Proxy *proxy;
@@ -152,8 +150,7 @@ struct ProxyContext {
 };
 extern constinit thread_local ProxyContext proxy_context;
 
-// --- Classes
-// --------------------------------------------------------------------------------------
+// --- Classes -------------------------------------------------------------------------------------
 
 Class *outlet_class() noexcept;
 Class *inlet_class() noexcept;
@@ -186,8 +183,7 @@ inline void mark_class(const void *x, ClassFlag flag) noexcept {
     }
 }
 
-// --- Deliveries (outlet_deliver.cpp)
-// --------------------------------------------------------------
+// --- Deliveries (outlet_deliver.cpp) -------------------------------------------------------------
 
 // Calls a method as a function of exactly these arguments; what it throws ends here.
 template <class... Arguments>
@@ -226,8 +222,7 @@ bool deliver_float(Object *x, double value) noexcept;
 bool deliver_anything(Object *x, Symbol *selector, int32_t argc, Atom *argv) noexcept;
 void report_not_understood(Object *x, const Symbol *selector) noexcept;
 
-// --- Connections (outlet_connect.cpp)
-// -------------------------------------------------------------
+// --- Connections (outlet_connect.cpp) ------------------------------------------------------------
 
 // Whether a typed message can reach `x` (the rule for connecting a typed outlet).
 bool accepts_type(Object *x, Symbol *type) noexcept;
@@ -239,22 +234,19 @@ void connection_monitor(Connection *connection, int32_t flags, bool on) noexcept
 // Forgets the outlets that a recording inlet lists.
 void free_incoming(Inlet *inlet) noexcept;
 
-// --- Monitors (outlet_monitor.cpp)
-// ----------------------------------------------------------------
+// --- Monitors (outlet_monitor.cpp) ---------------------------------------------------------------
 
 void monitors_tell(const Connection *connection, Object *receiver, Symbol *selector, int32_t argc,
                    Atom *argv) noexcept;
 
-// --- Message debugging (message_stack.cpp)
-// --------------------------------------------------------
+// --- Message debugging (message_stack.cpp) -------------------------------------------------------
 
 extern constinit std::atomic<bool> message_debugging;
 bool message_debugged_here() noexcept;  // asked only while message_debugging is set
 // Whether the debugger pauses the send of an entry before this delivery.
 bool message_pauses(MessageEntry *entry, Object *receiver) noexcept;
 
-// --- Inlets' messages (inlet.cpp)
-// -----------------------------------------------------------------
+// --- Inlets' messages (inlet.cpp) ----------------------------------------------------------------
 
 void inlet_bang(Inlet *inlet) noexcept;
 void inlet_int(Inlet *inlet, int64_t value) noexcept;
@@ -262,8 +254,7 @@ void inlet_float(Inlet *inlet, double value) noexcept;
 void inlet_list(Inlet *inlet, Symbol *selector, int32_t argc, Atom *argv) noexcept;
 void inlet_anything(Inlet *inlet, Symbol *selector, int32_t argc, Atom *argv) noexcept;
 
-// --- The overflow state (overflow.cpp)
-// ------------------------------------------------------------
+// --- The overflow state (overflow.cpp) -----------------------------------------------------------
 
 extern constinit std::atomic<int32_t> overflow_count;
 // Whether a send by an object of `owner` is refused; only asked while overflow_count is not 0.

@@ -15,25 +15,12 @@
 
 #include "containers/families.h"
 #include "containers/hashtab_record.h"
+#include "probe.h"
 #include "support/console.h"
 
 namespace kiv::test {
 
 namespace {
-
-struct Probe {
-    Object ob;
-    void (*on_free)(Probe *probe);
-    void *context;
-};
-int probes_freed = 0;
-
-void probe_free(Probe *probe) {
-    ++probes_freed;
-    if (probe->on_free) {
-        probe->on_free(probe);
-    }
-}
 
 // A client: what it is notified of, and what it then does.
 struct Client {
@@ -54,16 +41,6 @@ void client_notify(Client *client, Symbol *, Symbol *message, void *sender, void
 void *probe_answer(Probe *probe, void *context) {
     static_cast<std::vector<void *> *>(context)->push_back(probe);
     return nullptr;
-}
-
-Probe *probe_new() {
-    static Class *const c = [] {
-        Class *made =
-            class_new("hashtab probe", nullptr, method(probe_free), sizeof(Probe), nullptr, 0);
-        class_addmethod(made, method(probe_answer), "answer", TypeCant, 0);
-        return made;
-    }();
-    return static_cast<Probe *>(object_alloc(c));
 }
 
 Client *client_of(Hashtab *table, std::vector<std::string> *heard) {
@@ -295,6 +272,7 @@ TEST(Hashtab, WalksInKeyOrderAndSorted) {
 
 TEST(Hashtab, SendsToLiveObjectsOnly) {
     Hashtab *table = hashtab_new(0);
+    class_addmethod(probe_class(), method(probe_answer), "answer", TypeCant, 0);
     Probe *alive = probe_new();
     Probe *referred = probe_new();
     Probe *data = probe_new();

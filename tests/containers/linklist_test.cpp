@@ -13,32 +13,12 @@
 
 #include "containers/families.h"
 #include "containers/linklist_record.h"
+#include "probe.h"
 #include "support/console.h"
 
 namespace kiv::test {
 
 namespace {
-
-// An object that counts how many of its kind were freed and may call out when it is.
-struct Probe {
-    Object ob;
-    void (*on_free)(Probe *probe);
-    void *context;
-};
-int probes_freed = 0;
-
-void probe_free(Probe *probe) {
-    ++probes_freed;
-    if (probe->on_free) {
-        probe->on_free(probe);
-    }
-}
-
-Probe *probe_new() {
-    static Class *const c =
-        class_new("linklist probe", nullptr, method(probe_free), sizeof(Probe), nullptr, 0);
-    return static_cast<Probe *>(object_alloc(c));
-}
 
 void *item(intptr_t value) {
     return reinterpret_cast<void *>(value);
