@@ -30,15 +30,15 @@ void *word(bool yes) {
 }
 
 void *attribute_getflags(const Attribute *a) {
-    return reinterpret_cast<void *>(static_cast<uintptr_t>(a->flags));
+    return reinterpret_cast<void *>(static_cast<uintptr_t>(flags_of(a)));
 }
 
 void *attribute_usercanset(const Attribute *a) {
-    return word(!(a->flags & (AttrSetOpaque | AttrSetOpaqueUser)));
+    return word(!(flags_of(a) & (AttrSetOpaque | AttrSetOpaqueUser)));
 }
 
 void *attribute_usercanget(const Attribute *a) {
-    return word(!(a->flags & (AttrGetOpaque | AttrGetOpaqueUser)));
+    return word(!(flags_of(a) & (AttrGetOpaque | AttrGetOpaqueUser)));
 }
 
 void *attribute_getmethod(const Attribute *a, const Symbol *which) {
@@ -138,8 +138,8 @@ State &state() {
 
 // The same attribute again, with a value and attributes of its own; filters stay behind.
 void *attribute_clone(Attribute *a) {
-    Attribute *copy =
-        make(class_of(a), a->name->name, a->type, static_cast<int32_t>(a->flags), a->get, a->set);
+    Attribute *copy = make(class_of(a), a->name->name, a->type, static_cast<int32_t>(flags_of(a)),
+                           a->get, a->set);
     if (!copy) {
         return nullptr;
     }

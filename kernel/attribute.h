@@ -5,6 +5,8 @@
 #include <kiv/atom.h>
 #include <kiv/attr.h>
 
+#include <atomic>
+
 #include "kernel/dispatch_call.h"
 #include "kernel/internal.h"
 #include "sched/internal.h"
@@ -70,6 +72,11 @@ Stored stored_type(const Symbol *type) noexcept;
 int32_t stored_size(Stored stored) noexcept;
 void stored_read(Stored stored, const void *place, Atom *atom) noexcept;
 void stored_write(Stored stored, void *place, const Atom *atom) noexcept;
+
+// The flags, which the touched mark may be joining on another thread.
+inline uint32_t flags_of(const Attribute *a) noexcept {
+    return std::atomic_ref(const_cast<Attribute *>(a)->flags).load(std::memory_order_relaxed);
+}
 
 // The accessors used when none is given.
 ErrorCode offset_get(void *x, void *attribute, int32_t *argc, Atom **argv) noexcept;

@@ -80,7 +80,7 @@ Method accessor(const Attribute *own, void *attribute, Symbol *which) {
 }
 
 bool closed_to_code(const Attribute *own, uint32_t flag) {
-    return own && (own->flags & flag);
+    return own && (flags_of(own) & flag);
 }
 
 // --- What an object remembers of single attributes -----------------------------------------------
@@ -161,7 +161,7 @@ ErrorCode set_filtered(Method setter, Object *holder, void *attribute, int32_t a
 
 void mark_touched(void *attribute) {
     Attribute *own = as_attribute(attribute);
-    if (own && !(std::atomic_ref(own->flags).load(std::memory_order_relaxed) & AttrTouched)) {
+    if (own && !(flags_of(own) & AttrTouched)) {
         std::atomic_ref(own->flags).fetch_or(AttrTouched, std::memory_order_relaxed);
     }
 }
@@ -315,7 +315,7 @@ int32_t object_attr_getdirty(void *x, Symbol *name) noexcept {
     Value standard(found.attribute, "default"_sym);
     if (standard.error() != ErrorNone) {
         const Attribute *own = as_attribute(found.attribute);
-        return own && (own->flags & AttrTouched);
+        return own && (flags_of(own) & AttrTouched);
     }
     Value value(x, name);
     if (value.count() != standard.count()) {

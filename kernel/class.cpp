@@ -217,12 +217,12 @@ ErrorCode class_put_method(Class *c, const MethodRecord &record) noexcept {
     if (!record.selector) {
         return ErrorOutOfMemory;
     }
-    if (!(c->flags & ClassNoMethodList) && !list_put(c, record)) {
+    if (!(class_flags(c) & ClassNoMethodList) && !list_put(c, record)) {
         return ErrorOutOfMemory;
     }
     Hashtab *const table = methods_table(c);
     if (!table) {
-        return c->flags & ClassNoMethodList ? ErrorOutOfMemory : ErrorNone;
+        return class_flags(c) & ClassNoMethodList ? ErrorOutOfMemory : ErrorNone;
     }
     MethodObject *const method = method_object_store(table, record);
     if (!method) {
@@ -256,10 +256,10 @@ Hashtab *class_extra_table(Class *c, Symbol *key, int32_t slots) noexcept {
 
 const MethodRecord *class_find_method(const Class *c, const Symbol *selector) noexcept {
     if (c->method_index) {
-        if (c->method_count >= smallest_indexed_count || (c->flags & ClassNoMethodList)) {
+        if (c->method_count >= smallest_indexed_count || (class_flags(c) & ClassNoMethodList)) {
             return table_find(c->method_index, selector);
         }
-    } else if (c->flags & ClassNoMethodList) {
+    } else if (class_flags(c) & ClassNoMethodList) {
         Hashtab *const table = class_extra_table(const_cast<Class *>(c), "methods"_sym, 0);
         return table ? table_find(table, selector) : nullptr;
     }
@@ -375,11 +375,11 @@ void *class_getmethod_object(Class *c, Symbol *selector) noexcept {
 }
 
 int32_t class_is_box(const Class *c) noexcept {
-    return c && (c->flags & ClassBox);
+    return c && (class_flags(c) & ClassBox);
 }
 
 int32_t class_is_ui(const Class *c) noexcept {
-    return c && (c->flags & ClassUi);
+    return c && (class_flags(c) & ClassUi);
 }
 
 ErrorCode class_noinlet(Class *c) noexcept {

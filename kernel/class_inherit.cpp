@@ -46,7 +46,7 @@ void copy_methods(const Class *source, Class *c) {
     for (const MethodRecord *entry = source->method_list + 1; entry->selector; ++entry) {
         class_put_method(c, *entry);
     }
-    if (source->flags & ClassNoMethodList) {
+    if (class_flags(source) & ClassNoMethodList) {
         if (Hashtab *const methods =
                 class_extra_table(const_cast<Class *>(source), "methods"_sym, 0)) {
             hashtab_funall(methods, copy_method, c);

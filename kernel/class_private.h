@@ -3,6 +3,7 @@
 
 #include <cstdarg>
 
+#include "kernel/class_flags.h"
 #include "kernel/internal.h"
 
 namespace kiv {
@@ -37,10 +38,10 @@ inline MethodRecord *list_find(MethodRecord *first, const Symbol *selector) noex
 // object_find_method, for dispatch itself.
 inline const MethodRecord *find_method(const Object *x, const Symbol *selector) noexcept {
     const Class *const c = class_of(x);
-    if (c->flags & ClassOwnMethods) {
+    if (class_flags(c) & ClassOwnMethods) {
         return list_find(x->methods, selector);
     }
-    if (c->method_count >= smallest_indexed_count || (c->flags & ClassNoMethodList)) {
+    if (c->method_count >= smallest_indexed_count || (class_flags(c) & ClassNoMethodList)) {
         return class_find_method(c, selector);
     }
     return list_find(c->method_list + 1, selector);

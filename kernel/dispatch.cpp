@@ -169,7 +169,7 @@ DirectResult call_direct(Object *x, Symbol *selector, void *const words[8]) {
         return {true, call_guarded(selector, [&] { return call_words(method, x, words); })};
     }
     void *value = nullptr;
-    if (!(class_of(x)->flags & ClassNoAttrMessages) &&
+    if (!(class_flags(class_of(x)) & ClassNoAttrMessages) &&
         attribute_direct(x, selector, words, &value)) {
         return {true, value};
     }
@@ -257,7 +257,7 @@ const MethodRecord *typed_method(Object *x, Symbol *selector) noexcept {
     if (const MethodRecord *const method = typed_method_of(x, selector)) {
         return method;
     }
-    if (!(class_of(x)->flags & ClassNoAttrMessages)) {
+    if (!(class_flags(class_of(x)) & ClassNoAttrMessages)) {
         if (const MethodRecord *const method = attribute_message(x, selector)) {
             return method;
         }

@@ -7,6 +7,7 @@
 
 #include <atomic>
 
+#include "kernel/class_flags.h"
 #include "kernel/dispatch_call.h"
 #include "kernel/internal.h"
 #include "platform/platform.h"
@@ -174,14 +175,6 @@ const char *class_name_of(const void *x) noexcept;
 
 // Asks the patcher of an inlet's or outlet's owner to free the lines connected to it.
 void free_lines(Object *owner, void *end) noexcept;
-
-// Sets a flag of an object's class, which other threads may be reading, unless it is set already.
-inline void mark_class(const void *x, ClassFlag flag) noexcept {
-    const std::atomic_ref<uint32_t> flags(class_of(x)->flags);
-    if (!(flags.load(std::memory_order_relaxed) & flag)) {
-        flags.fetch_or(flag);
-    }
-}
 
 // --- Deliveries (outlet_deliver.cpp) -------------------------------------------------------------
 

@@ -100,7 +100,7 @@ void release_memory(Object *x, bool was_client) {
     }
     // As an atomic, so that no compiler leaves out a store to memory that is about to be freed.
     std::atomic_ref(x->magic).store(0, std::memory_order_release);
-    if (was_client || (c->flags & ClassRetired)) {
+    if (was_client || (class_flags(c) & ClassRetired)) {
         memory_retire(x);
     } else {
         sysmem_freeptr(x);

@@ -337,8 +337,7 @@ void break_connections_of(Outlet *outlet) noexcept {
 
 void break_connections_to(Object *receiver) noexcept {
     // Objects of most classes, every container's among them, are never connected.
-    if (!(std::atomic_ref<uint32_t>(class_of(receiver)->flags).load(std::memory_order_relaxed) &
-          ClassReceives) ||
+    if (!(class_flags(class_of(receiver)) & ClassReceives) ||
         !bucket_of(receiver).load(std::memory_order_acquire)) {
         return;
     }

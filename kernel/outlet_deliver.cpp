@@ -33,7 +33,7 @@ bool deliver_typed(Object *x, Symbol *selector, int32_t argc, Atom *argv) {
 
 // A list goes to "anything" rather than over the inlets when no number could be taken at the left.
 bool list_wanted_whole(const Object *x) {
-    return class_of(x)->flags & ClassTakesLists ||
+    return class_flags(class_of(x)) & ClassTakesLists ||
            (object_find_method(x, "anything"_sym) && !object_find_method(x, "int"_sym) &&
             !object_find_method(x, "float"_sym));
 }

@@ -35,7 +35,7 @@ Linklist *monitor_table(Object *receiver, bool make) {
             return nullptr;
         }
         linklist_flags(made, ContainerReference);
-        if (object_obex_store(owner, "monitors"_sym, made) != ErrorNone) {
+        if (object_obex_storeflags(owner, "monitors"_sym, made, ContainerOwns) != ErrorNone) {
             object_free(made);
             return nullptr;
         }

@@ -158,7 +158,7 @@ Object *notify_one(Object *x, Symbol *message, void *data) {
     if (bits & ObexAttached) {
         notify_clients(x, record, name, message, data);
     }
-    if (record->dead.load() || (class_of(x)->flags & (ClassBox | ClassUi)) != ClassBox) {
+    if (record->dead.load() || (class_flags(class_of(x)) & (ClassBox | ClassUi)) != ClassBox) {
         return nullptr;
     }
     Object *const box = record->box.load();
