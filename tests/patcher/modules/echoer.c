@@ -14,7 +14,7 @@ static void *echoer_new(int64_t number) {
     return x;
 }
 
-KIV_EXPORT void ext_main(void *module);
+KIV_MODULE_EXPORT void ext_main(void *module);
 void ext_main(void *module) {
     post("echoer entered %s", module ? "with its module" : "without a module");
     echoer_class =
