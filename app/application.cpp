@@ -5,6 +5,7 @@
 #include <atomic>
 #include <limits>
 
+#include "console/internal.h"
 #include "kernel/internal.h"
 #include "patcher/internal.h"
 #include "sched/internal.h"
@@ -72,6 +73,12 @@ void overdrive(Application *, int64_t on) {
 void queuestatistics(Application *, int64_t on) {
     queue_statistics(on != 0);
 }
+void clearconsole(Application *) {
+    console_clear();
+}
+void loadbangdebug(Application *, int64_t on) {
+    loadbang_debug(on != 0);
+}
 void quit(Application *) {
     quit_request();
 }
@@ -96,6 +103,8 @@ void application_start() {
     class_addmethod(c, method(setinterval), "setinterval", TypeFloat, 0);
     class_addmethod(c, method(overdrive), "overdrive", TypeLong, 0);
     class_addmethod(c, method(queuestatistics), "queuestatistics", TypeLong, 0);
+    class_addmethod(c, method(clearconsole), "clearconsole", 0);
+    class_addmethod(c, method(loadbangdebug), "loadbangdebug", TypeLong, 0);
     class_addmethod(c, method(quit), "quit", 0);
     class_register("nobox"_sym, c);
     "kiv"_sym->thing = object_alloc(c);

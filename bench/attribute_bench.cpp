@@ -108,7 +108,3 @@ BENCHMARK(GetQt);
 
 }  // namespace
 }  // namespace kiv::bench
-
-int main(int argc, char **argv) {
-    return kiv::bench::run(argc, argv);
-}

@@ -22,7 +22,6 @@
 #include <glib.h>
 #endif
 
-#include "kernel/startup.h"
 #include "sched/internal.h"
 
 namespace kiv {
@@ -274,9 +273,3 @@ BENCHMARK(SetOneAgain<Glib>)->Arg(100)->Arg(10000);
 
 }  // namespace
 }  // namespace kiv
-
-int main(int argc, char **argv) {
-    kiv::startup();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-}

@@ -17,8 +17,6 @@
 #include <json-c/json.h>
 #endif
 
-#include "kernel/startup.h"
-
 namespace kiv {
 namespace {
 
@@ -326,9 +324,3 @@ BENCHMARK(DictionaryReadJsonc)->Apply(sizes);
 
 }  // namespace
 }  // namespace kiv
-
-int main(int argc, char **argv) {
-    kiv::startup();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-}

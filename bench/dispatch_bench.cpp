@@ -95,7 +95,3 @@ BENCHMARK(ValidityTest);
 
 }  // namespace
 }  // namespace kiv::bench
-
-int main(int argc, char **argv) {
-    return kiv::bench::run(argc, argv);
-}

@@ -11,7 +11,6 @@
 
 #include "bench/patch_text.h"
 #include "containers/internal.h"
-#include "kernel/startup.h"
 #include "patcher/patchline.h"
 
 namespace kiv {
@@ -123,9 +122,3 @@ BENCHMARK(Abstractions)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace kiv
-
-int main(int argc, char **argv) {
-    kiv::startup();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-}

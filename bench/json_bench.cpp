@@ -16,7 +16,6 @@
 
 #include "bench/patch_text.h"
 #include "containers/internal.h"
-#include "kernel/startup.h"
 
 namespace kiv {
 namespace {
@@ -145,17 +144,16 @@ void add_all(const Document *document) {
 #endif
 }
 
+// Registered before the main function looks for what there is to run.
+const bool registered = [] {
+    static const Document documents[] = {{"graph", bench::patch_text(5000, 7500)},
+                                         {"numbers", numbers_text()},
+                                         {"nested", nested_text()}};
+    for (const Document &document : documents) {
+        add_all(&document);
+    }
+    return true;
+}();
+
 }  // namespace
 }  // namespace kiv
-
-int main(int argc, char **argv) {
-    kiv::startup();
-    const kiv::Document documents[] = {{"graph", kiv::bench::patch_text(5000, 7500)},
-                                       {"numbers", kiv::numbers_text()},
-                                       {"nested", kiv::nested_text()}};
-    for (const kiv::Document &document : documents) {
-        kiv::add_all(&document);
-    }
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-}

@@ -1,14 +1,11 @@
-// What the benchmarks of the kernel share: classes to send to, and the main function.
+// What the benchmarks of the kernel share: classes to send to.
 #pragma once
 
-#include <benchmark/benchmark.h>
 #include <kiv/kiv.h>
 
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include "kernel/startup.h"
 
 namespace kiv::bench {
 
@@ -46,13 +43,6 @@ inline Class *sink_class(const char *name, int method_count) {
 
 inline Sink *sink_new(Class *c) {
     return static_cast<Sink *>(object_alloc(c));
-}
-
-inline int run(int argc, char **argv) {
-    kiv::startup();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
 }
 
 }  // namespace kiv::bench

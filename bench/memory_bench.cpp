@@ -8,8 +8,6 @@
 #include <cstdlib>
 #include <random>
 
-#include "kernel/startup.h"
-
 namespace kiv {
 namespace {
 
@@ -67,9 +65,3 @@ BENCHMARK(Mixed<Malloc>)->ThreadRange(1, 2);
 
 }  // namespace
 }  // namespace kiv
-
-int main(int argc, char **argv) {
-    kiv::startup();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-}

@@ -182,7 +182,3 @@ BENCHMARK(ChainStdFunction)->Arg(100);
 
 }  // namespace
 }  // namespace kiv::bench
-
-int main(int argc, char **argv) {
-    return kiv::bench::run(argc, argv);
-}

@@ -22,7 +22,6 @@
 #include <QMetaObject>
 #endif
 
-#include "kernel/startup.h"
 #include "sched/internal.h"
 
 namespace kiv {
@@ -218,9 +217,3 @@ BENCHMARK(BoostSpscBetweenThreads)->Unit(benchmark::kMillisecond)->MeasureProces
 
 }  // namespace
 }  // namespace kiv
-
-int main(int argc, char **argv) {
-    kiv::startup();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-}

@@ -164,7 +164,3 @@ BENCHMARK_TEMPLATE(Hit, Kiv)->Threads(2)->UseRealTime();
 
 }  // namespace
 }  // namespace kiv::bench
-
-int main(int argc, char **argv) {
-    return kiv::bench::run(argc, argv);
-}

@@ -12,8 +12,6 @@
 #include <glib.h>
 #endif
 
-#include "kernel/startup.h"
-
 namespace kiv {
 namespace {
 
@@ -135,9 +133,3 @@ BENCHMARK(EvaluateKiv);
 
 }  // namespace
 }  // namespace kiv
-
-int main(int argc, char **argv) {
-    kiv::startup();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-}

@@ -25,8 +25,6 @@ Linklist *linklist_new_shared() noexcept;
 int32_t linklist_append_if_absent(Linklist *list, void *item) noexcept;
 // For owners that remember the element: removing by it needs no search. Null on no memory.
 LinklistElement *linklist_append_element(Linklist *list, void *item) noexcept;
-// Removes an element, freeing its item as the flags say; -1 when an iteration postpones it, else 0.
-int32_t linklist_delete_element(Linklist *list, LinklistElement *element) noexcept;
 
 // Deepest nesting of containers that any recursive walk follows; beyond it an error is posted.
 inline constexpr int32_t max_nesting = 1000;

@@ -170,14 +170,6 @@ void released_free(const Released &released) noexcept {
     }
 }
 
-int32_t linklist_delete_element(Linklist *list, LinklistElement *element) noexcept {
-    if (!list || !element) {
-        return -1;
-    }
-    ListLock lock(list, Access::change);
-    return remove_and_free(list, element, lock) ? 0 : -1;
-}
-
 }  // namespace kiv
 
 using namespace kiv;

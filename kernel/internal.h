@@ -127,13 +127,10 @@ void memory_retire(void *block) noexcept;
 // Frees all inlets (and the proxies left behind them), then all outlets, and breaks every
 // connection to the object. freeobject calls it for every object that is not lightweight.
 void object_free_inlets_outlets(Object *x) noexcept;
-// An inlet's or outlet's owner and place, and what an outlet is connected to, for the patcher.
-// `visit` gets the receivers (objects and inlets) in the order in which they are served.
+// An inlet's or outlet's owner, and an outlet's type, for the patcher.
 Object *inlet_owner(const Inlet *inlet) noexcept;
 Object *outlet_owner(const Outlet *outlet) noexcept;
 Symbol *outlet_type(const Outlet *outlet) noexcept;  // null for an untyped one
-void outlet_visit(Outlet *outlet, void (*visit)(void *receiver, void *argument),
-                  void *argument) noexcept;
 // Walks an outlet's whole connection list: null, or what is broken in it. Tests call it.
 const char *outlet_check(Outlet *outlet) noexcept;
 // Silences an outlet or lets it speak again; a silenced outlet's sends return 0.
@@ -148,9 +145,8 @@ void list_deliver(Object *x, int32_t argc, Atom *argv) noexcept;
 
 // --- Overflow state (overflow.cpp) ---------------------------------------------------------------
 
-// Takes every patcher, or one, out of the overflow state: its console message was cleared.
+// Takes every patcher out of the overflow state: its console message was cleared.
 void overflow_clear() noexcept;
-void overflow_clear_patcher(const Object *patcher) noexcept;
 bool overflow_in_force(const Object *patcher) noexcept;
 // The alert of the application: tells of the last overflow in a dialog, then clears everything.
 void overflow_alert() noexcept;

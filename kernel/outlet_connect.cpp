@@ -388,21 +388,6 @@ Symbol *outlet_type(const Outlet *outlet) noexcept {
     return outlet ? outlet->type : nullptr;
 }
 
-void outlet_visit(Outlet *outlet, void (*visit)(void *receiver, void *argument),
-                  void *argument) noexcept {
-    SendState *mine = send_state();
-    if (!mine || !is_outlet(outlet)) {
-        return;
-    }
-    Section section(*mine);
-    for (Connection *c = outlet->connections.load(std::memory_order_seq_cst); c;
-         c = c->next.load(std::memory_order_seq_cst)) {
-        if (Object *receiver = c->receiver.load(std::memory_order_acquire)) {
-            visit(receiver, argument);
-        }
-    }
-}
-
 const char *outlet_check(Outlet *outlet) noexcept {
     Lock lock;
     const Connection *previous = nullptr;

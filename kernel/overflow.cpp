@@ -193,10 +193,6 @@ void overflow_clear() noexcept {
     clear_reports([](const Object *) { return true; });
 }
 
-void overflow_clear_patcher(const Object *patcher) noexcept {
-    clear_reports([patcher](const Object *other) { return other == patcher; });
-}
-
 bool overflow_in_force(const Object *patcher) noexcept {
     SendState *mine = patcher ? send_state() : nullptr;
     if (!mine) {

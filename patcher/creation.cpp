@@ -75,10 +75,6 @@ CreationFrame *creation_frame() noexcept {
     return state.frame;
 }
 
-Dictionary *creation_box_dictionary() noexcept {
-    return state.frame ? state.frame->box_dictionary : nullptr;
-}
-
 Symbol *creation_patcher_name() noexcept {
     return state.frame ? state.frame->patcher_name : ""_sym;
 }

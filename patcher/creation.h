@@ -43,9 +43,6 @@ void creation_forget(Object *patcher) noexcept;
 
 // --- Creation ------------------------------------------------------------------------------------
 
-// The dictionary of the box that is being made right now, or null: where the constructor of a
-// subpatcher finds the "patcher" entry.
-Dictionary *creation_box_dictionary() noexcept;
 // The name a patcher under construction is to take before its boxes are made (a subpatcher's first
 // argument), or the empty symbol. A patcher with a file has its name from that.
 Symbol *creation_patcher_name() noexcept;

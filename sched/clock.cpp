@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "platform/platform.h"
+#include "sched/plain_class.h"
 #include "sched/scheduler.h"
 
 namespace kiv {
@@ -60,16 +61,8 @@ void clock_free(Clock *clock) {
     leave_scheduler(clock);
 }
 
-Class *make_clock_class() {
-    Class *made = class_new("clock", nullptr, method(clock_free),
-                            static_cast<int32_t>(sizeof(Clock)), nullptr, 0);
-    class_obexoffset_set(made, -1);
-    class_register("nobox"_sym, made);
-    return made;
-}
-
 Class *clock_class() {
-    static Class *const c = make_clock_class();
+    static Class *const c = make_plain_class("clock", clock_free);
     return c;
 }
 

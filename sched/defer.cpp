@@ -12,6 +12,7 @@
 
 #include "platform/platform.h"
 #include "sched/guarded.h"
+#include "sched/plain_class.h"
 #include "sched/qelem.h"
 
 namespace kiv {
@@ -54,16 +55,8 @@ void call_free(DeferredCall *call) {
     object_free(call->element);
 }
 
-Class *make_call_class() {
-    Class *made = class_new("deferred_call", nullptr, method(call_free),
-                            static_cast<int32_t>(sizeof(DeferredCall)), nullptr, 0);
-    class_obexoffset_set(made, -1);
-    class_register("nobox"_sym, made);
-    return made;
-}
-
 Class *call_class() {
-    static Class *const c = make_call_class();
+    static Class *const c = make_plain_class("deferred_call", call_free);
     return c;
 }
 

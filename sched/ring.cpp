@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "sched/guarded.h"
+#include "sched/plain_class.h"
 #include "sched/scheduler.h"
 
 // Each side's counter has a cache line to itself, with what that side last saw of the other's: it
@@ -93,16 +94,8 @@ void schedule_queue_free(ScheduleQueue *queue) {
     }
 }
 
-Class *make_schedule_queue_class() {
-    Class *made = class_new("schedule_queue", nullptr, method(schedule_queue_free),
-                            static_cast<int32_t>(sizeof(ScheduleQueue)), nullptr, 0);
-    class_obexoffset_set(made, -1);
-    class_register("nobox"_sym, made);
-    return made;
-}
-
 Class *schedule_queue_class() {
-    static Class *const c = make_schedule_queue_class();
+    static Class *const c = make_plain_class("schedule_queue", schedule_queue_free);
     return c;
 }
 
