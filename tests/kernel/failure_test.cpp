@@ -7,6 +7,7 @@
 #include "recorder.h"
 #include "sched/internal.h"
 #include "support/console.h"
+#include "support/memory.h"
 
 #include <gtest/gtest.h>
 
@@ -115,20 +116,7 @@ class Failure : public testing::Test {
         }
         return static_cast<Part *>(object_new_typed("failing"_sym, "failing_part"_sym, 0, nullptr));
     }
-    // So many records that each part of the table of records is there, wherever objects lie.
-    static void SetUpTestSuite() {
-        Class *const c = class_new("warm", nullptr, nullptr, sizeof(Object), nullptr, 0);
-        std::vector<void *> objects(4000);
-        for (void *&x : objects) {
-            x = object_alloc(c);
-            object_retain(x);
-        }
-        for (void *const x : objects) {
-            object_free(x);
-            object_free(x);
-        }
-        class_free(c);
-    }
+    static void SetUpTestSuite() { warm_extension_records(); }
     static void TearDownTestSuite() {
         class_free(part_class);
         part_class = nullptr;
