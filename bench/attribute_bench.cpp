@@ -1,4 +1,6 @@
 // Attributes by name, beside the properties of other object systems.
+#include <benchmark/benchmark.h>
+
 #include "bench/kernel_bench.h"
 
 #ifdef HAVE_GLIB

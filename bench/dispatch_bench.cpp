@@ -1,5 +1,7 @@
 // Typed messages and direct calls, beside reflective calls of other object systems; the validity
 // test.
+#include <benchmark/benchmark.h>
+
 #include "bench/kernel_bench.h"
 #include "kernel/internal.h"
 

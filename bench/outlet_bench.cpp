@@ -1,6 +1,7 @@
 // Sending an integer to 1, 4 and 16 receivers and along a chain, beside signal libraries and a loop
 // over function pointers. Caches are warm: the figures compare designs; they do not tell how long a
 // message takes in a patcher whose objects are cold.
+#include <benchmark/benchmark.h>
 #include <functional>
 #include <memory>
 

@@ -2,6 +2,7 @@
 //
 // Insertions: each run puts in names that were never there before, in a table that only grows; so
 // they run once, and ours first, when the table is as it is after start-up.
+#include <benchmark/benchmark.h>
 #include <memory>
 #include <string_view>
 #include <unordered_set>
