@@ -59,6 +59,7 @@ void clock_free(Clock *clock) {
         std::this_thread::yield();
     }
     leave_scheduler(clock);
+    sysmem_freeptr(clock->tower);
 }
 
 Class *clock_class() {
@@ -123,6 +124,7 @@ Clock *clock_make(void *owner, Method function, Scheduler *scheduler, Object *ow
     clock->function = function;
     clock->scheduler = scheduler;
     clock->owner_object = owner_object;
+    clock->tower = clock_tower_new(clock);
     join_scheduler(clock);
     if (owner_object && tracked) {
         obex_flags_set(owner_object, ObexHasClocks);

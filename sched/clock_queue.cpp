@@ -2,7 +2,8 @@
 // sees.
 //
 // A tree would set and unset as fast, but the chain in firing order is what walks the queue; lanes
-// over that chain keep one structure instead of two. Everything here runs under the queue lock.
+// over that chain keep one structure instead of two, and ask for no memory when a clock is set.
+// Everything here runs under the queue lock.
 //
 // Who looks at the chain settles it first: what was set since the last look is put into its place.
 // So a clock that is set over and over, or unset before anybody looked, costs no search at all; and
@@ -18,10 +19,10 @@ namespace {
 
 constexpr int lanes = clock_express_lanes;
 
-// The links that lead to the place of a clock: in the chain, and in each express lane.
+// Where a clock goes: behind one in the chain (null: first), and behind a link on each lane.
 struct Place {
-    Clock **chain;
-    ClockLane *express[lanes];
+    Clock *previous;
+    ClockLink *express[lanes];
 };
 
 // In place of a sequence: behind all clocks of the same time.
@@ -32,54 +33,48 @@ bool before(const Clock *a, double sort_time, uint64_t sequence) {
 }
 
 // Looks at the clock itself only where it must: it is seldom in the cache.
-bool before(const ClockLane &a, double sort_time, uint64_t sequence) {
+bool before(const ClockLink &a, double sort_time, uint64_t sequence) {
     return a.sort_time < sort_time ||
-           (a.sort_time == sort_time && (sequence == behind_equals || a.next->sequence < sequence));
+           (a.sort_time == sort_time &&
+            (sequence == behind_equals || a.next->clock->sequence < sequence));
+}
+
+bool before(const ClockArrival &a, const ClockArrival &b) {
+    return a.sort_time < b.sort_time || (a.sort_time == b.sort_time && a.sequence < b.sequence);
 }
 
 Place first_place(Scheduler *owner) {
     Place place;
-    place.chain = &owner->queue;
+    place.previous = nullptr;
     for (int lane = 0; lane < lanes; ++lane) {
         place.express[lane] = &owner->express[lane];
     }
     return place;
 }
 
+Clock *after(const Scheduler *owner, const Clock *previous) {
+    return previous ? previous->next : owner->queue;
+}
+
 // Moves a place on to that of a later clock. What an upper lane leads to lies beyond where the
 // lower ones had got to, since it was not before the clock that they led to.
-void advance(Place &place, double sort_time, uint64_t sequence) {
-    Clock *left = nullptr;  // the last clock known to stand before the place
+void advance(const Scheduler *owner, Place &place, double sort_time, uint64_t sequence) {
+    ClockTower *left = nullptr;  // the last one known to stand before the place
     for (int lane = lanes - 1; lane >= 0; --lane) {
-        ClockLane *link = left ? &left->express[lane] : place.express[lane];
+        ClockLink *link = left ? &left->link(lane) : place.express[lane];
         while (link->next && before(*link, sort_time, sequence)) {
             left = link->next;
-            link = &left->express[lane];
+            link = &left->link(lane);
         }
         place.express[lane] = link;
     }
-    Clock **link = left ? &left->next : place.chain;
-    while (*link && before(*link, sort_time, sequence)) {
-        link = &(*link)->next;
+    if (left) {
+        place.previous = left->clock;
     }
-    place.chain = link;
-}
-
-Place find_place(Scheduler *owner, const Clock *clock) {
-    Place place = first_place(owner);
-    advance(place, clock->sort_time, clock->sequence);
-    return place;
-}
-
-// A quarter of the clocks on each next lane; a generator of its own, under the lock that is held.
-int random_height(Scheduler *owner) {
-    owner->random = owner->random * 6364136223846793005u + 1442695040888963407u;
-    const uint64_t bits = owner->random >> 40;
-    int height = 1;
-    while (height <= lanes && ((bits >> (2 * height)) & 3) == 0) {
-        ++height;
+    for (Clock *next = after(owner, place.previous); next && before(next, sort_time, sequence);
+         next = next->next) {
+        place.previous = next;
     }
-    return height;
 }
 
 // What firing a clock reads of it lies on three cache lines.
@@ -90,16 +85,66 @@ void prefetch(const Clock *clock) {
     }
 }
 
-void link_at(const Place &place, Clock *clock) {
-    clock->next = *place.chain;
-    *place.chain = clock;
-    for (int lane = 0; lane < clock->height - 1; ++lane) {
-        clock->express[lane] = *place.express[lane];
-        *place.express[lane] = {clock, clock->sort_time};
+void link_at(Scheduler *owner, const Place &place, Clock *clock) {
+    clock->previous = place.previous;
+    clock->next = after(owner, place.previous);
+    (place.previous ? place.previous->next : owner->queue) = clock;
+    if (clock->next) {
+        clock->next->previous = clock;
+    }
+    ClockTower *const tower = clock->tower;
+    for (int lane = 0; tower && lane < tower->lanes; ++lane) {
+        ClockLink *const back = place.express[lane];
+        ClockLink &link = tower->link(lane);
+        link = {back->next, back->sort_time, back};
+        if (link.next) {
+            link.next->link(lane).back = &link;
+        }
+        back->next = tower;
+        back->sort_time = clock->sort_time;
     }
 }
 
+void unlink(Scheduler *owner, Clock *clock) {
+    (clock->previous ? clock->previous->next : owner->queue) = clock->next;
+    if (clock->next) {
+        clock->next->previous = clock->previous;
+    }
+    ClockTower *const tower = clock->tower;
+    for (int lane = 0; tower && lane < tower->lanes; ++lane) {
+        const ClockLink &link = tower->link(lane);
+        link.back->next = link.next;
+        link.back->sort_time = link.sort_time;
+        if (link.next) {
+            link.next->link(lane).back = link.back;
+        }
+    }
+    clock->next = clock->previous = nullptr;
+}
+
 }  // namespace
+
+// The heights are chosen once, by a mixed count of the clocks made.
+ClockTower *clock_tower_new(Clock *clock) noexcept {
+    static std::atomic<uint64_t> made{0};
+    uint64_t bits = made.fetch_add(1, std::memory_order_relaxed) * 0x9e3779b97f4a7c15u;
+    bits = (bits ^ (bits >> 32)) * 0xd6e8feb86659fd93u;
+    bits ^= bits >> 32;
+    if (bits & 1) {
+        return nullptr;
+    }
+    int height = 1;
+    while (height < lanes && ((bits >> (2 * height)) & 3) == 0) {
+        ++height;
+    }
+    auto *tower = static_cast<ClockTower *>(sysmem_newptrclear(static_cast<int64_t>(
+        sizeof(ClockTower) + static_cast<size_t>(height) * sizeof(ClockLink))));
+    if (tower) {
+        tower->clock = clock;
+        tower->lanes = height;
+    }
+    return tower;
+}
 
 void clock_link(Scheduler *owner, Clock *clock) noexcept {
     if (owner->arrival_count == most_arrivals) {
@@ -107,31 +152,23 @@ void clock_link(Scheduler *owner, Clock *clock) noexcept {
     }
     clock->sequence = ++owner->settings;
     clock->queue_slot = &owner->queue;
-    owner->arrivals[owner->arrival_count++] = {clock, clock->sort_time};
+    owner->arrivals[owner->arrival_count++] = {clock, clock->sort_time, clock->sequence};
     clock->arrival = owner->arrival_count;
 }
 
 void clock_unlink(Scheduler *owner, Clock *clock) noexcept {
     clock->queue_slot = nullptr;
     if (clock->arrival != 0) {
-        const ClockLane last = owner->arrivals[--owner->arrival_count];
+        const ClockArrival last = owner->arrivals[--owner->arrival_count];
         owner->arrivals[clock->arrival - 1] = last;
-        last.next->arrival = clock->arrival;
+        last.clock->arrival = clock->arrival;
         clock->arrival = 0;
         return;
     }
-    if (owner->queue == clock) {  // the head is the head of every lane it is on
-        owner->queue = clock->next;
-        std::copy_n(clock->express, clock->height - 1, owner->express);
-        prefetch(owner->queue);  // the next to be fired
-    } else {
-        const Place place = find_place(owner, clock);
-        *place.chain = clock->next;
-        for (int lane = 0; lane < clock->height - 1; ++lane) {
-            *place.express[lane] = clock->express[lane];
-        }
+    if (owner->queue == clock && clock->next && clock->next->next) {
+        prefetch(clock->next->next);  // fired after the next one
     }
-    clock->next = nullptr;
+    unlink(owner, clock);
 }
 
 // In order, so that each place is found from the one before.
@@ -140,16 +177,14 @@ void clocks_settle(Scheduler *owner) noexcept {
         return;
     }
     std::sort(owner->arrivals, owner->arrivals + owner->arrival_count,
-              [](const ClockLane &a, const ClockLane &b) {
-                  return before(a, b.sort_time, b.next->sequence);
-              });
+              [](const ClockArrival &a, const ClockArrival &b) { return before(a, b); });
     Place place = first_place(owner);
     for (int32_t i = 0; i < owner->arrival_count; ++i) {
-        Clock *const clock = owner->arrivals[i].next;
-        clock->arrival = 0;
-        clock->height = random_height(owner);
-        advance(place, clock->sort_time, behind_equals);  // it was set after all that stand there
-        link_at(place, clock);
+        const ClockArrival &arrival = owner->arrivals[i];
+        arrival.clock->arrival = 0;
+        // It was set after all that stand there.
+        advance(owner, place, arrival.sort_time, behind_equals);
+        link_at(owner, place, arrival.clock);
     }
     owner->arrival_count = 0;
 }
@@ -158,7 +193,7 @@ void clocks_shift(Scheduler *owner, const Scheduler *scheduler, double delta) no
     clocks_settle(owner);
     Clock *clock = owner->queue;
     owner->queue = nullptr;
-    std::fill_n(owner->express, lanes, ClockLane{});
+    std::fill_n(owner->express, lanes, ClockLink{});
     while (clock) {
         Clock *const next = clock->next;
         if (clock->scheduler == scheduler) {
@@ -166,7 +201,9 @@ void clocks_shift(Scheduler *owner, const Scheduler *scheduler, double delta) no
             clock->sort_time += delta;
         }
         // The old sequence stays: clocks with equal times keep the order of their setting.
-        link_at(find_place(owner, clock), clock);
+        Place place = first_place(owner);
+        advance(owner, place, clock->sort_time, clock->sequence);
+        link_at(owner, place, clock);
         clock = next;
     }
 }
@@ -190,22 +227,26 @@ const char *clock_queue_check(Scheduler *scheduler) noexcept {
         if (clock->queue_slot != &scheduler->queue) {
             return "a waiting clock does not name its queue";
         }
+        if (after(scheduler, clock->previous) != clock) {
+            return "a waiting clock does not follow the one before it";
+        }
         if (clock->next && !before(clock, clock->next->sort_time, clock->next->sequence)) {
             return "clocks are out of order";
         }
     }
     for (int lane = 0; lane < lanes; ++lane) {
         const Clock *waiting = scheduler->queue;
-        for (const ClockLane *link = &scheduler->express[lane]; link->next;
-             link = &link->next->express[lane]) {
-            while (waiting && waiting != link->next) {
+        for (const ClockLink *link = &scheduler->express[lane]; link->next;
+             link = &link->next->link(lane)) {
+            ClockTower *const tower = link->next;
+            while (waiting && waiting->tower != tower) {
                 waiting = waiting->next;
             }
-            if (!waiting || waiting->height < lane + 2) {
+            if (!waiting || tower->clock != waiting || tower->lanes <= lane) {
                 return "an express lane holds a clock that is not on it";
             }
-            if (waiting->sort_time != link->sort_time) {
-                return "an express lane has a clock's time wrong";
+            if (tower->link(lane).back != link || waiting->sort_time != link->sort_time) {
+                return "an express lane has a link wrong";
             }
         }
     }

@@ -4,9 +4,9 @@
 //   1. Once settled, `queue` and the clocks' `next` hold every waiting clock in firing order:
 //      ascending sort time, equal sort times in the order of setting (ascending `sequence`). Until
 //      then the clocks set last stand in `arrivals`, in no order.
-//   2. `express[l]` and the clocks' `express[l]` skip along the same order: a clock of height h is
-//      on the first h - 1 express lanes. So setting and unsetting cost the logarithm of the number
-//      of waiting clocks, and taking the head costs its height.
+//   2. `express[l]` and the links of the clocks' towers skip along the same order: a clock whose
+//      tower has h lanes is on the first h of them. So finding a place costs the logarithm of the
+//      number of waiting clocks, and leaving it costs the lanes of one tower.
 //   3. A clock is set exactly when its `queue_slot` is not null.
 //   4. `firing` holds a frame for each run of the scheduler that is under way.
 //
@@ -25,15 +25,34 @@
 #include "sched/internal.h"
 #include "sched/owned.h"
 
-inline constexpr int clock_express_lanes = 9;  // a quarter on each next lane: a million clocks
+// Half of the clocks are on the first lane, a quarter of these on each next one: a million clocks.
+inline constexpr int clock_express_lanes = 9;
 inline constexpr int32_t most_arrivals = 1024;
 
 namespace kiv {
 
-// A link of an express lane, or an arrival, with the sort time of the clock it leads to.
-struct ClockLane {
-    Clock *next;
+struct ClockTower;
+
+// A link of an express lane, with the sort time of the clock whose tower it leads to.
+struct ClockLink {
+    ClockTower *next;
     double sort_time;
+    ClockLink *back;  // the link that leads to the tower this one stands in
+};
+
+// A clock's place on the express lanes, apart from the clock: whoever looks for a place passes many
+// towers, and these lie closer together than clocks.
+struct ClockTower {
+    Clock *clock;
+    int32_t lanes;
+    ClockLink &link(int lane) noexcept { return reinterpret_cast<ClockLink *>(this + 1)[lane]; }
+};
+
+// A clock that was set and is still to be put into its place.
+struct ClockArrival {
+    Clock *clock;
+    double sort_time;
+    uint64_t sequence;
 };
 
 // What a run of a scheduler is calling now; on the stack of the thread that runs it.
@@ -60,10 +79,9 @@ struct Scheduler {
     uint8_t direct_time;
     // Private from here on.
     std::atomic<bool> has_run;
-    kiv::ClockLane express[clock_express_lanes];
-    kiv::ClockLane arrivals[most_arrivals];
+    kiv::ClockLink express[clock_express_lanes];
+    kiv::ClockArrival arrivals[most_arrivals];
     int32_t arrival_count;
-    uint64_t random;      // for the heights of clocks
     uint64_t settings;    // numbers the settings of clocks, so that order survives ties
     kiv::Firing *firing;  // innermost first; under the queue lock
     Clock *clocks;        // all clocks of a private scheduler; under its own queue lock
@@ -81,10 +99,10 @@ struct Clock {
     Object *owner_object;
     Qelem *deferral;
     // Private from here on.
+    Clock *previous;         // on the queue; null for its head
+    kiv::ClockTower *tower;  // owned; null: on no express lane
     uint64_t sequence;
-    int32_t height;
-    int32_t arrival;  // place in `arrivals`, from 1; 0: not there
-    kiv::ClockLane express[clock_express_lanes];
+    int32_t arrival;       // place in `arrivals`, from 1; 0: not there
     Clock *sibling;        // the next clock of the same private scheduler
     Clock **sibling_link;  // what leads to this one among them
     kiv::OwnedLink<Clock> owned;
@@ -117,6 +135,8 @@ class QueueGuard {
 
 // --- The queue (clock_queue.cpp); under the owner's queue lock -----------------------------------
 
+// A tower for a new clock, or null: for the clocks that are on no lane, and without memory.
+ClockTower *clock_tower_new(Clock *clock) noexcept;
 void clock_link(Scheduler *owner, Clock *clock) noexcept;
 void clock_unlink(Scheduler *owner, Clock *clock) noexcept;
 // Puts the clocks set last into their places; before every look at `queue` and `next`.
