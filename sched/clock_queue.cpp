@@ -9,7 +9,9 @@
 // So a clock that is set over and over, or unset before anybody looked, costs no search at all; and
 // since few clocks can wait to be placed, no look takes long.
 #include <algorithm>
+#include <bit>
 #include <limits>
+#include <span>
 
 #include "sched/scheduler.h"
 
@@ -17,12 +19,9 @@ namespace kiv {
 
 namespace {
 
-constexpr int lanes = clock_express_lanes;
-
-// Where a clock goes: behind one in the chain (null: first), and behind a link on each lane.
+// Where a clock goes on the express lanes: behind one link of each.
 struct Place {
-    Clock *previous;
-    ClockLink *express[lanes];
+    ClockLink *express[clock_express_lanes];
 };
 
 // In place of a sequence: behind all clocks of the same time.
@@ -45,22 +44,18 @@ bool before(const ClockArrival &a, const ClockArrival &b) {
 
 Place first_place(Scheduler *owner) {
     Place place;
-    place.previous = nullptr;
-    for (int lane = 0; lane < lanes; ++lane) {
+    for (int lane = 0; lane < owner->lanes; ++lane) {
         place.express[lane] = &owner->express[lane];
     }
     return place;
 }
 
-Clock *after(const Scheduler *owner, const Clock *previous) {
-    return previous ? previous->next : owner->queue;
-}
-
-// Moves a place on to that of a later clock. What an upper lane leads to lies beyond where the
-// lower ones had got to, since it was not before the clock that they led to.
-void advance(const Scheduler *owner, Place &place, double sort_time, uint64_t sequence) {
-    ClockTower *left = nullptr;  // the last one known to stand before the place
-    for (int lane = lanes - 1; lane >= 0; --lane) {
+// Moves a place on to that of a later clock; the last clock found to stand before it, or null. What
+// an upper lane leads to lies beyond where the lower ones had got to, since it was not before the
+// clock that they led to.
+Clock *advance(const Scheduler *owner, Place &place, double sort_time, uint64_t sequence) {
+    ClockTower *left = nullptr;
+    for (int lane = owner->lanes - 1; lane >= 0; --lane) {
         ClockLink *link = left ? &left->link(lane) : place.express[lane];
         while (link->next && before(*link, sort_time, sequence)) {
             left = link->next;
@@ -68,30 +63,10 @@ void advance(const Scheduler *owner, Place &place, double sort_time, uint64_t se
         }
         place.express[lane] = link;
     }
-    if (left) {
-        place.previous = left->clock;
-    }
-    for (Clock *next = after(owner, place.previous); next && before(next, sort_time, sequence);
-         next = next->next) {
-        place.previous = next;
-    }
+    return left ? left->clock : nullptr;
 }
 
-// What firing a clock reads of it lies on three cache lines.
-void prefetch(const Clock *clock) {
-    const auto *bytes = reinterpret_cast<const char *>(clock);
-    for (size_t line = 0; line < 192; line += 64) {
-        __builtin_prefetch(bytes + line);
-    }
-}
-
-void link_at(Scheduler *owner, const Place &place, Clock *clock) {
-    clock->previous = place.previous;
-    clock->next = after(owner, place.previous);
-    (place.previous ? place.previous->next : owner->queue) = clock;
-    if (clock->next) {
-        clock->next->previous = clock;
-    }
+void join_lanes(const Place &place, Clock *clock) {
     ClockTower *const tower = clock->tower;
     for (int lane = 0; tower && lane < tower->lanes; ++lane) {
         ClockLink *const back = place.express[lane];
@@ -102,6 +77,29 @@ void link_at(Scheduler *owner, const Place &place, Clock *clock) {
         }
         back->next = tower;
         back->sort_time = clock->sort_time;
+    }
+}
+
+// Puts a clock into the chain, somewhere behind `previous` (null: anywhere).
+void join_chain(Scheduler *owner, Clock *previous, Clock *clock, uint64_t sequence) {
+    Clock *next = previous ? previous->next : owner->queue;
+    while (next && before(next, clock->sort_time, sequence)) {
+        previous = next;
+        next = next->next;
+    }
+    clock->previous = previous;
+    clock->next = next;
+    (previous ? previous->next : owner->queue) = clock;
+    if (next) {
+        next->previous = clock;
+    }
+}
+
+// What firing a clock reads of it lies on three cache lines.
+void prefetch(const Clock *clock) {
+    const auto *bytes = reinterpret_cast<const char *>(clock);
+    for (size_t line = 0; line < 192; line += 64) {
+        __builtin_prefetch(bytes + line);
     }
 }
 
@@ -130,12 +128,9 @@ ClockTower *clock_tower_new(Clock *clock) noexcept {
     uint64_t bits = made.fetch_add(1, std::memory_order_relaxed) * 0x9e3779b97f4a7c15u;
     bits = (bits ^ (bits >> 32)) * 0xd6e8feb86659fd93u;
     bits ^= bits >> 32;
-    if (bits & 1) {
+    const int height = std::countr_zero(bits | uint64_t{1} << clock_express_lanes);
+    if (height == 0) {
         return nullptr;
-    }
-    int height = 1;
-    while (height < lanes && ((bits >> (2 * height)) & 3) == 0) {
-        ++height;
     }
     auto *tower = static_cast<ClockTower *>(sysmem_newptrclear(static_cast<int64_t>(
         sizeof(ClockTower) + static_cast<size_t>(height) * sizeof(ClockLink))));
@@ -149,6 +144,9 @@ ClockTower *clock_tower_new(Clock *clock) noexcept {
 void clock_link(Scheduler *owner, Clock *clock) noexcept {
     if (owner->arrival_count == most_arrivals) {
         clocks_settle(owner);
+    }
+    if (clock->tower) {
+        owner->lanes = std::max(owner->lanes, clock->tower->lanes);
     }
     clock->sequence = ++owner->settings;
     clock->queue_slot = &owner->queue;
@@ -171,20 +169,37 @@ void clock_unlink(Scheduler *owner, Clock *clock) noexcept {
     unlink(owner, clock);
 }
 
-// In order, so that each place is found from the one before.
+// In order, so that each place is found from the one before; and first all the lanes, so that the
+// clocks they lead to are in the cache when the chain is joined. Each was set after all that stand
+// at its time.
 void clocks_settle(Scheduler *owner) noexcept {
     if (owner->arrival_count == 0) {
         return;
     }
-    std::sort(owner->arrivals, owner->arrivals + owner->arrival_count,
+    const std::span arrivals(owner->arrivals, static_cast<size_t>(owner->arrival_count));
+    std::sort(arrivals.begin(), arrivals.end(),
               [](const ClockArrival &a, const ClockArrival &b) { return before(a, b); });
     Place place = first_place(owner);
-    for (int32_t i = 0; i < owner->arrival_count; ++i) {
-        const ClockArrival &arrival = owner->arrivals[i];
-        arrival.clock->arrival = 0;
-        // It was set after all that stand there.
-        advance(owner, place, arrival.sort_time, behind_equals);
-        link_at(owner, place, arrival.clock);
+    for (const ClockArrival &arrival : arrivals) {
+        Clock *const left = advance(owner, place, arrival.sort_time, behind_equals);
+        if (left) {
+            prefetch(left);
+        }
+        arrival.clock->previous = left;
+        join_lanes(place, arrival.clock);
+    }
+    constexpr size_t ahead = 8;
+    Clock *left = nullptr;
+    for (size_t i = 0; i < arrivals.size(); ++i) {
+        if (i + ahead < arrivals.size()) {
+            if (const Clock *const later = arrivals[i + ahead].clock->previous) {
+                prefetch(later->next);
+            }
+        }
+        Clock *const clock = arrivals[i].clock;
+        join_chain(owner, clock->previous ? clock->previous : left, clock, behind_equals);
+        clock->arrival = 0;
+        left = clock;
     }
     owner->arrival_count = 0;
 }
@@ -193,7 +208,7 @@ void clocks_shift(Scheduler *owner, const Scheduler *scheduler, double delta) no
     clocks_settle(owner);
     Clock *clock = owner->queue;
     owner->queue = nullptr;
-    std::fill_n(owner->express, lanes, ClockLink{});
+    std::fill_n(owner->express, clock_express_lanes, ClockLink{});
     while (clock) {
         Clock *const next = clock->next;
         if (clock->scheduler == scheduler) {
@@ -202,8 +217,9 @@ void clocks_shift(Scheduler *owner, const Scheduler *scheduler, double delta) no
         }
         // The old sequence stays: clocks with equal times keep the order of their setting.
         Place place = first_place(owner);
-        advance(owner, place, clock->sort_time, clock->sequence);
-        link_at(owner, place, clock);
+        Clock *const left = advance(owner, place, clock->sort_time, clock->sequence);
+        join_lanes(place, clock);
+        join_chain(owner, left, clock, clock->sequence);
         clock = next;
     }
 }
@@ -227,14 +243,14 @@ const char *clock_queue_check(Scheduler *scheduler) noexcept {
         if (clock->queue_slot != &scheduler->queue) {
             return "a waiting clock does not name its queue";
         }
-        if (after(scheduler, clock->previous) != clock) {
+        if ((clock->previous ? clock->previous->next : scheduler->queue) != clock) {
             return "a waiting clock does not follow the one before it";
         }
         if (clock->next && !before(clock, clock->next->sort_time, clock->next->sequence)) {
             return "clocks are out of order";
         }
     }
-    for (int lane = 0; lane < lanes; ++lane) {
+    for (int lane = 0; lane < clock_express_lanes; ++lane) {
         const Clock *waiting = scheduler->queue;
         for (const ClockLink *link = &scheduler->express[lane]; link->next;
              link = &link->next->link(lane)) {

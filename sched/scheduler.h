@@ -25,8 +25,8 @@
 #include "sched/internal.h"
 #include "sched/owned.h"
 
-// Half of the clocks are on the first lane, a quarter of these on each next one: a million clocks.
-inline constexpr int clock_express_lanes = 9;
+// Half of the clocks are on the first lane, and half of these on the next: enough for a million.
+inline constexpr int clock_express_lanes = 19;
 inline constexpr int32_t most_arrivals = 1024;
 
 namespace kiv {
@@ -80,6 +80,7 @@ struct Scheduler {
     // Private from here on.
     std::atomic<bool> has_run;
     kiv::ClockLink express[clock_express_lanes];
+    int32_t lanes;  // so many of them were ever used
     kiv::ClockArrival arrivals[most_arrivals];
     int32_t arrival_count;
     uint64_t settings;    // numbers the settings of clocks, so that order survives ties
