@@ -101,8 +101,11 @@ Object *marked_owner(const DeferredCall *call) {
 
 // False when the owner is gone: the call must not be made.
 bool claim(DeferredCall *call) {
+    if (!call->owned.owner) {  // nobody can drop it
+        return !call->owner || object_valid(call->owner);
+    }
     const Guard guard(state().lock);
-    if (call->dropped || (call->owner && !object_valid(call->owner))) {
+    if (call->dropped || !object_valid(call->owner)) {
         return false;
     }
     call->runner = systhread_self();

@@ -1,9 +1,9 @@
 // Queue elements and the main thread's three queues.
 //
 // Invariant: a linked element has its set flag; an element with the flag that is not linked is
-// about to be linked by the thread that raised the flag. Raising it is one atomic exchange, so
-// setting an element that is set already takes no lock, and the run that follows sees what the
-// setter wrote.
+// about to be linked by the thread that raised the flag, or has just been unlinked. Raising it is
+// one atomic exchange, so setting an element that is set already takes no lock, and the run that
+// follows sees what the setter wrote.
 //
 // Thread safety: all queues change under one lock, which is never held while an element's function
 // runs. Walk protocol of a pass: the head is unlinked and its owner and function copied before the
@@ -57,6 +57,7 @@ void unlink(Qelem *element) {
     (element->next ? element->next->previous : queue.tail) = element->previous;
     element->next = element->previous = nullptr;
     element->queue = nullptr;
+    queue.count.fetch_sub(1, std::memory_order_relaxed);
 }
 
 void link_tail(Queue &queue, Qelem *element) {
@@ -64,6 +65,7 @@ void link_tail(Queue &queue, Qelem *element) {
     (queue.tail ? queue.tail->next : queue.head) = element;
     queue.tail = element;
     element->queue = &queue;
+    queue.count.fetch_add(1, std::memory_order_relaxed);
 }
 
 void link_head(Queue &queue, Qelem *element) {
@@ -71,6 +73,7 @@ void link_head(Queue &queue, Qelem *element) {
     (queue.head ? queue.head->previous : queue.tail) = element;
     queue.head = element;
     element->queue = &queue;
+    queue.count.fetch_add(1, std::memory_order_relaxed);
 }
 
 bool runs(const Qelem *element) {
@@ -118,14 +121,9 @@ Class *make_class(const char *name, Method constructor) {
     return c;
 }
 
-// Elements now waiting, counted no further than `most`.
-uint32_t waiting(Queue &queue, uint32_t most) {
-    const Guard guard(state().lock);
-    uint32_t n = 0;
-    for (const Qelem *element = queue.head; element && n < most; element = element->next) {
-        ++n;
-    }
-    return n;
+// Elements now waiting, but no more than `most`.
+uint32_t waiting(const Queue &queue, uint32_t most) {
+    return std::min(queue.count.load(std::memory_order_relaxed), most);
 }
 
 // Takes the head off a queue; null when it is empty.
@@ -135,10 +133,10 @@ Qelem *take_head(Queue &queue, Running *frame, void **owner, Method *function) {
     frame->element = element;
     if (element) {
         unlink(element);
-        element->set.exchange(0, std::memory_order_acq_rel);
         *owner = element->owner;
         *function = element->function;
         statistics_run(element);
+        element->set.exchange(0, std::memory_order_acq_rel);
     }
     return element;
 }
@@ -173,9 +171,8 @@ double system_pass_delay() {
                : std::max(system_pass_interval_ms - passed, 0.001);
 }
 
-bool empty(Queue &queue) {
-    const Guard guard(state().lock);
-    return queue.head == nullptr;
+bool empty(const Queue &queue) {
+    return waiting(queue, 1) == 0;
 }
 
 }  // namespace
@@ -233,11 +230,14 @@ void queue_front(Queue &queue, Qelem *element) noexcept {
 }
 
 void queue_remove(Qelem *element) noexcept {
+    if (element->set.load(std::memory_order_acquire) == 0) {
+        return;  // nor is it linked
+    }
     const Guard guard(state().lock);
-    element->set.store(0, std::memory_order_release);
     if (element->queue) {
         unlink(element);
     }
+    element->set.store(0, std::memory_order_release);
 }
 
 Queue &low_queue() noexcept {

@@ -15,6 +15,7 @@ namespace kiv {
 struct Queue {
     Qelem *head = nullptr;
     Qelem *tail = nullptr;
+    std::atomic<uint32_t> count{0};  // read without the lock
 };
 
 // How an element was used while statistics were on; changes under the statistics' lock, but
