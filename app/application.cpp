@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <limits>
+#include <type_traits>
 
 #include "console/internal.h"
 #include "kernel/internal.h"
@@ -45,28 +46,53 @@ using Throttle = uint32_t (*)(uint32_t value, uint32_t *previous);
 constexpr uint32_t read_only = std::numeric_limits<uint32_t>::max();
 
 template <Throttle throttle>
-void set_throttle(Application *, int64_t value) {
+uint32_t throttle_get() {
+    return throttle(read_only, nullptr);
+}
+template <Throttle throttle>
+void throttle_set(int64_t value) {
     if (value >= 1 && value < read_only) {
         throttle(static_cast<uint32_t>(value), nullptr);
     }
 }
 
+// A tuning value as an attribute of the application. A value out of range changes nothing.
+template <auto get, auto set>
+struct Tuning {
+    static ErrorCode read(Application *, void *, int32_t *argc, Atom **argv) noexcept {
+        uint8_t allocated = 0;
+        if (const ErrorCode failed = atom_alloc(argc, argv, &allocated); failed != ErrorNone) {
+            return failed;
+        }
+        if constexpr (std::is_floating_point_v<decltype(get())>) {
+            return atom_setfloat(*argv, get());
+        } else {
+            return atom_setlong(*argv, get());
+        }
+    }
+    static ErrorCode write(Application *, void *, int32_t argc, Atom *argv) noexcept {
+        if (argc > 0) {
+            if constexpr (std::is_floating_point_v<decltype(get())>) {
+                set(atom_getfloat(argv));
+            } else {
+                set(atom_getlong(argv));
+            }
+        }
+        return ErrorNone;
+    }
+    static void add(Class *c, const char *name) {
+        Symbol *const type = std::is_floating_point_v<decltype(get())> ? "float64"_sym : "long"_sym;
+        class_addattr(c, attribute_new(name, type, 0, method(read), method(write)));
+    }
+};
+
 template <Throttle throttle>
 void get_throttle(Application *, Object *receiver) {
     Atom value;
-    atom_setlong(&value, throttle(read_only, nullptr));
+    atom_setlong(&value, throttle_get<throttle>());
     typedmess(receiver, "int"_sym, 1, &value);
 }
 
-void setsysqelemthrottle(Application *, int64_t value) {
-    sysqelem_throttle_set(value);
-}
-void setslop(Application *, double ms) {
-    slop_set(ms);
-}
-void setinterval(Application *, double ms) {
-    interval_set(ms);
-}
 void overdrive(Application *, int64_t on) {
     overdrive_set(on != 0);
 }
@@ -91,16 +117,17 @@ void application_start() {
     class_addmethod(c, method(usecontext), "usecontext", TypeLong, 0);
     class_addmethod(c, method(size), "size", 0);
     class_addmethod(c, method(objectfile), "objectfile", TypeGimme, 0);
-    class_addmethod(c, method(set_throttle<sched_setpollthrottle>), "setpollthrottle", TypeLong, 0);
+    Tuning<throttle_get<sched_setpollthrottle>, throttle_set<sched_setpollthrottle>>::add(
+        c, "setpollthrottle");
+    Tuning<throttle_get<sched_setqueuethrottle>, throttle_set<sched_setqueuethrottle>>::add(
+        c, "setqueuethrottle");
+    Tuning<sysqelem_throttle, sysqelem_throttle_set>::add(c, "setsysqelemthrottle");
+    Tuning<slop, slop_set>::add(c, "setslop");
+    Tuning<interval, interval_set>::add(c, "setinterval");
     class_addmethod(c, method(get_throttle<sched_setpollthrottle>), "getpollthrottle", TypeObject,
-                    0);
-    class_addmethod(c, method(set_throttle<sched_setqueuethrottle>), "setqueuethrottle", TypeLong,
                     0);
     class_addmethod(c, method(get_throttle<sched_setqueuethrottle>), "getqueuethrottle", TypeObject,
                     0);
-    class_addmethod(c, method(setsysqelemthrottle), "setsysqelemthrottle", TypeLong, 0);
-    class_addmethod(c, method(setslop), "setslop", TypeFloat, 0);
-    class_addmethod(c, method(setinterval), "setinterval", TypeFloat, 0);
     class_addmethod(c, method(overdrive), "overdrive", TypeLong, 0);
     class_addmethod(c, method(queuestatistics), "queuestatistics", TypeLong, 0);
     class_addmethod(c, method(clearconsole), "clearconsole", 0);

@@ -111,6 +111,9 @@ bool overdrive_get() noexcept;
 bool slop_set(double ms) noexcept;
 bool interval_set(double ms) noexcept;
 bool sysqelem_throttle_set(int64_t value) noexcept;
+double slop() noexcept;
+double interval() noexcept;
+uint32_t sysqelem_throttle() noexcept;
 
 // One pass of the global scheduler at the present time. Main thread, when not in overdrive.
 void scheduler_poll() noexcept;

@@ -174,8 +174,6 @@ bool scheduler_is_shut_down() noexcept;
 bool scheduler_is_suspended() noexcept;
 uint32_t poll_throttle() noexcept;
 uint32_t queue_throttle() noexcept;
-uint32_t sysqelem_throttle() noexcept;
-double slop() noexcept;
 // The time of the next clock or MIDI packet, infinite for none. It is noted in `watched` before a
 // clock or packet that comes first can be announced by timer_clock_set.
 double next_due_watched(std::atomic<double> &watched) noexcept;

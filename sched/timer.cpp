@@ -66,8 +66,8 @@ void *timer_thread(void *argument) {
         }
         tick(time_now());
         // Counted from when this tick was to come, lest its own lateness add up from tick to tick.
-        const double interval = std::floor(s.interval.load());
-        earliest = std::max(now + wait, now - interval) + interval;
+        const double interval_ms = std::floor(s.interval.load());
+        earliest = std::max(now + wait, now - interval_ms) + interval_ms;
     }
     s.changed.set();  // what this thread was woken by may have been meant for its successor
     return nullptr;
@@ -159,6 +159,10 @@ void overdrive_set(bool on) noexcept {
 
 bool overdrive_get() noexcept {
     return state().overdrive.load() != 0;
+}
+
+double interval() noexcept {
+    return state().interval.load();
 }
 
 bool interval_set(double ms) noexcept {
