@@ -75,17 +75,17 @@ struct Binary {
     Object ob;
     const Operator *op;
     Outlet *out;
-    Atom left;
+    Atom left;   // of the same kind
     Atom right;  // its kind is the object's
 };
 
 void send(Binary *x) {
     if (x->right.type == TypeLong) {
-        outlet_int(x->out, x->op->integers(long_of(x->left), x->right.value.i));
+        outlet_int(x->out, x->op->integers(x->left.value.i, x->right.value.i));
     } else if (x->op->compare_floats) {
-        outlet_int(x->out, x->op->compare_floats(float_of(x->left), x->right.value.f));
+        outlet_int(x->out, x->op->compare_floats(x->left.value.f, x->right.value.f));
     } else {
-        const double result = x->op->floats(float_of(x->left), x->right.value.f);
+        const double result = x->op->floats(x->left.value.f, x->right.value.f);
         // Not-a-number has no sign here: processors disagree about it.
         outlet_float(x->out,
                      std::isnan(result) ? std::numeric_limits<double>::quiet_NaN() : result);
@@ -95,6 +95,21 @@ void send(Binary *x) {
 void operate(Binary *x, Atom number) {
     x->left = as_kind(number, x->right.type == TypeFloat);
     send(x);
+}
+
+// An integer to an object that works in integers: each operator has a method of its own, which
+// computes in line.
+template <size_t index>
+void operate_int(Binary *x, int64_t value) {
+    if (x->right.type == TypeFloat) {
+        operate(x, long_atom(value));
+        return;
+    }
+    x->left.value.i = value;
+    outlet_int(x->out, operators[index].integers(value, x->right.value.i));
+}
+void operate_float(Binary *x, double value) {
+    operate(x, float_atom(value));
 }
 
 void keep(Binary *x, Atom number) {
@@ -134,7 +149,8 @@ void add_operators() {
         Class *const c = make_class<Binary>(operators[index].name, binary_new<index>);
         class_addmethod(c, method(send), "bang", 0);
         class_addmethod(c, method(operands), "list", TypeGimme, 0);
-        Numbers<Binary, operate>::add(c);
+        class_addmethod(c, method(operate_int<index>), "int", TypeLong, 0);
+        class_addmethod(c, method(operate_float), "float", TypeFloat, 0);
         Numbers<Binary, keep>::add_cold(c, "in1", "ft1");
         add_class(c);
         classes[index] = c;

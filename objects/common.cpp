@@ -98,21 +98,17 @@ void send_message(Outlet *outlet, Symbol *selector, int32_t argc, Atom *argv) {
     }
 }
 
-Elements::Elements(Symbol *selector, int32_t argc, Atom *argv) {
-    const bool bare = selector == "list"_sym || selector == "int"_sym || selector == "float"_sym;
-    const int32_t extra = bare ? 0 : 1;
-    atoms_ = atom_dynamic_start(local_, local_count, argc + extra);
+void Elements::copy(Symbol *selector) {
+    const Atom *const rest = atoms_;
+    copied_ = true;
+    atoms_ = atom_dynamic_start(local_, local_count, count_ + 1);
     if (!atoms_) {  // no memory: a message cut short is better than none
         atoms_ = local_;
-        argc = argc + extra > local_count ? local_count - extra : argc;
+        count_ = std::min(count_, local_count - 1);
     }
-    if (!bare) {
-        atom_setsym(atoms_, selector);
-    }
-    if (argc > 0) {
-        std::memcpy(atoms_ + extra, argv, sizeof(Atom) * static_cast<size_t>(argc));
-    }
-    count_ = argc + extra;
+    atoms_[0] = symbol_atom(selector);
+    std::copy_n(rest, count_, atoms_ + 1);
+    ++count_;
 }
 
 bool same_atom(const Atom &a, const Atom &b) {

@@ -89,17 +89,20 @@ inline bool is_symbol(const Atom &atom) {
 
 inline Atom long_atom(int64_t value) {
     Atom atom;
-    atom_setlong(&atom, value);
+    atom.type = TypeLong;
+    atom.value.i = value;
     return atom;
 }
 inline Atom float_atom(double value) {
     Atom atom;
-    atom_setfloat(&atom, value);
+    atom.type = TypeFloat;
+    atom.value.f = value;
     return atom;
 }
 inline Atom symbol_atom(Symbol *value) {
     Atom atom;
-    atom_setsym(&atom, value);
+    atom.type = TypeSymbol;
+    atom.value.sym = value;
     return atom;
 }
 
@@ -200,12 +203,20 @@ struct Numbers {
     }
 };
 
-// A message as one row of atoms: the elements of a list or number, or the selector and what
-// follows.
+// A message as one row of atoms: the elements of a list or number, which stay where they are, or a
+// copy of the selector and what follows.
 class Elements {
   public:
-    Elements(Symbol *selector, int32_t argc, Atom *argv);
-    ~Elements() { atom_dynamic_end(local_, atoms_); }
+    Elements(Symbol *selector, int32_t argc, Atom *argv) : atoms_(argv), count_(argc) {
+        if (selector != "list"_sym && selector != "int"_sym && selector != "float"_sym) {
+            copy(selector);
+        }
+    }
+    ~Elements() {
+        if (copied_) {
+            atom_dynamic_end(local_, atoms_);
+        }
+    }
     Elements(const Elements &) = delete;
     Elements &operator=(const Elements &) = delete;
     int32_t count() const { return count_; }
@@ -213,10 +224,13 @@ class Elements {
     const Atom &operator[](int32_t index) const { return atoms_[index]; }
 
   private:
+    void copy(Symbol *selector);
+
     static constexpr int32_t local_count = 32;
     Atom local_[local_count];
     Atom *atoms_;
     int32_t count_;
+    bool copied_ = false;
 };
 
 // Says that the object has no use for a message.

@@ -23,7 +23,9 @@ Class *trigger_class;
 Class *bangbang_class;
 
 // The first element as the port's type; what has none, and a bang, is 0 or the empty symbol.
-void send_converted(const Port &port, Elements &message, bool bang) {
+void send_converted(const Port &port, Symbol *selector, int32_t argc, Atom *argv) {
+    const Elements message(selector, argc, argv);
+    const bool bang = selector == "bang"_sym && argc == 0;
     Atom value = port.type == 's'   ? symbol_atom(""_sym)
                  : port.type == 'f' ? float_atom(0.0)
                                     : long_atom(0);
@@ -44,10 +46,14 @@ void send_port(Port &port, Symbol *selector, int32_t argc, Atom *argv) {
         case 'l':
             send_message(port.out, selector, argc, argv);
             break;
-        default: {
-            Elements message(selector, argc, argv);
-            send_converted(port, message, selector == "bang"_sym && argc == 0);
-        }
+        case 'i':
+            if (selector == "int"_sym && argc == 1) {
+                outlet_int(port.out, argv[0].value.i);
+                break;
+            }
+            [[fallthrough]];
+        default:
+            send_converted(port, selector, argc, argv);
     }
 }
 
@@ -55,7 +61,7 @@ void send_port(Port &port, Symbol *selector, int32_t argc, Atom *argv) {
 void fire(Trigger *x, Symbol *selector, int32_t argc, Atom *argv) {
     for (int32_t i = x->count - 1; i >= 0; --i) {
         send_port(x->ports[i], selector, argc, argv);
-        if (!object_isvalid(x)) {
+        if (i > 0 && !object_isvalid(x)) {
             return;
         }
     }
