@@ -18,9 +18,9 @@ using namespace kiv;
 namespace {
 
 // Few enough that doubling at every box stays affordable.
-constexpr int max_boxes = 12;
-constexpr int max_cords = 20;
-constexpr int max_edits = 12;
+constexpr int max_boxes = 6;
+constexpr int max_cords = 12;
+constexpr int max_edits = 8;
 constexpr int max_depth = 3;
 
 constexpr const char *words[] = {
@@ -203,7 +203,7 @@ std::string cord_text(Recipe &recipe, int boxes) {
 }
 
 std::string patcher_text(Recipe &recipe, int depth) {
-    const int boxes = recipe.below(depth == 0 ? max_boxes : 4) + 1;
+    const int boxes = recipe.below(depth == 0 ? max_boxes : 3) + 1;
     std::string out = "{\"boxes\":[";
     for (int i = 1; i <= boxes; ++i) {
         out += (i > 1 ? "," : "") + box_text(recipe, i, depth);

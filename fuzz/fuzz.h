@@ -18,7 +18,7 @@ inline std::string_view as_text(const uint8_t *data, size_t size) noexcept {
 // Ends the program, as a failure that the fuzzer keeps the input of, unless `holds`.
 void require(bool holds, const char *what) noexcept;
 
-// Empties the console. At the end of each input, so that posts do not pile up.
+// Empties the console, and looks for leaks. At the end of each input.
 void settle() noexcept;
 
 }  // namespace kiv::fuzz
