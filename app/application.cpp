@@ -93,20 +93,37 @@ void get_throttle(Application *, Object *receiver) {
     typedmess(receiver, "int"_sym, 1, &value);
 }
 
-void overdrive(Application *, int64_t on) {
-    overdrive_set(on != 0);
+// Offline, passes stay on the main thread.
+void overdrive(bool on) {
+    overdrive_set(on && !time_is_offline());
 }
-void queuestatistics(Application *, int64_t on) {
-    queue_statistics(on != 0);
+
+// A message that goes straight to what it names: a switch, or a call.
+template <void (*set)(bool)>
+void turn(Application *, int64_t on) {
+    set(on != 0);
 }
-void clearconsole(Application *) {
-    console_clear();
+template <void (*call)()>
+void do_it(Application *) {
+    call();
 }
-void loadbangdebug(Application *, int64_t on) {
-    loadbang_debug(on != 0);
+
+// --- Message debugging ---------------------------------------------------------------------------
+
+// Posts a message that is about to be delivered, from the object that sends it.
+bool show_message(const MessageEntry *entry, Object *receiver, void *) {
+    char *text = nullptr;
+    int64_t size = 0;
+    atom_gettext(entry->argc, entry->argv, &size, &text, 0);
+    const char *const name = entry->selector ? entry->selector->name : "";
+    object_post(entry->sender, "%s: %s%s%s", object_classname(receiver)->name, name,
+                text && *text ? " " : "", text ? text : "");
+    sysmem_freeptr(text);
+    return false;
 }
-void quit(Application *) {
-    quit_request();
+
+void debug_messages(bool on) {
+    message_debugging_set(on ? show_message : nullptr, nullptr);
 }
 
 }  // namespace
@@ -128,11 +145,17 @@ void application_start() {
                     0);
     class_addmethod(c, method(get_throttle<sched_setqueuethrottle>), "getqueuethrottle", TypeObject,
                     0);
-    class_addmethod(c, method(overdrive), "overdrive", TypeLong, 0);
-    class_addmethod(c, method(queuestatistics), "queuestatistics", TypeLong, 0);
-    class_addmethod(c, method(clearconsole), "clearconsole", 0);
-    class_addmethod(c, method(loadbangdebug), "loadbangdebug", TypeLong, 0);
-    class_addmethod(c, method(quit), "quit", 0);
+    class_addmethod(c, method(turn<overdrive>), "overdrive", TypeLong, 0);
+    class_addmethod(c, method(turn<queue_statistics>), "queuestatistics", TypeLong, 0);
+    class_addmethod(c, method(turn<low_queue_disable>), "disablequeue", TypeLong, 0);
+    class_addmethod(c, method(turn<creation_suspend>), "suspendloading", TypeLong, 0);
+    class_addmethod(c, method(turn<loadbang_debug>), "loadbangdebug", TypeLong, 0);
+    class_addmethod(c, method(turn<debug_messages>), "debugmessages", TypeLong, 0);
+    class_addmethod(c, method(turn<console_set_echo>), "echoconsole", TypeLong, 0);
+    class_addmethod(c, method(turn<console_set_immediate>), "immediateconsole", TypeLong, 0);
+    class_addmethod(c, method(do_it<console_clear>), "clearconsole", 0);
+    class_addmethod(c, method(do_it<overflow_alert>), "overflowalert", 0);
+    class_addmethod(c, method(do_it<quit_request>), "quit", 0);
     class_register("nobox"_sym, c);
     "kiv"_sym->thing = object_alloc(c);
 }

@@ -12,13 +12,21 @@ namespace kiv::app {
 
 namespace {
 
+struct {
+    bool open = false;
+    bool ends_when_idle = false;
+} state;
+
 void evaluate_line(void *, Symbol *, int32_t, Atom *argv) {
     const std::unique_ptr<std::string> line(static_cast<std::string *>(atom_getobj(argv)));
     evaluate(*line);
 }
 
 void end_of_input(void *, Symbol *, int32_t, Atom *) {
-    quit_request();
+    state.open = false;
+    if (!state.ends_when_idle) {
+        quit_request();
+    }
 }
 
 void read_lines(void *) {
@@ -45,12 +53,17 @@ void evaluate(const std::string &text) {
     object_free(message);
 }
 
-void interactive_start() {
+void interactive_start(bool ends_when_idle) {
+    state = {true, ends_when_idle};
     ThreadId thread = 0;
     if (systhread_create(method(read_lines), nullptr, 0, 0, 0, &thread) != 0) {
         error("standard input cannot be read: no thread");
         quit_request();
     }
+}
+
+bool input_open() {
+    return state.open;
 }
 
 std::string read_standard_input() {

@@ -9,6 +9,7 @@
 #include "app/input.h"
 #include "app/main_loop.h"
 #include "app/options.h"
+#include "app/preferences.h"
 #include "console/internal.h"
 #include "files/internal.h"
 #include "kernel/internal.h"
@@ -94,12 +95,13 @@ int run(const Options &options) {
     }
     overdrive_set(options.overdrive && !options.offline);
     add_search_folders(options);
+    preferences_read();
     const Loaded loaded = load_documents(options);
     for (const std::string &text : options.sends) {
         evaluate(text);
     }
     if (options.interactive) {
-        interactive_start();
+        interactive_start(options.until_idle);
     }
     Options running = options;
     if (loaded.count == 0 && !options.interactive) {

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "app/application.h"
+#include "app/input.h"
 #include "sched/internal.h"
 
 namespace kiv::app {
@@ -17,7 +18,7 @@ constexpr int most_passes_at_once = 1000;
 
 bool idle() {
     double time = 0.0;
-    return main_queues_empty() && !next_clock_time(&time);
+    return !input_open() && main_queues_empty() && !next_clock_time(&time);
 }
 
 // One round of work; the ms until the queues want the next one, negative when they want none.
@@ -45,7 +46,7 @@ void offline_loop(double end, bool until_idle) {
         }
         if (clock_waits && next <= end) {
             time_advance_to(next);
-        } else if (clock_waits || until_idle || end != no_limit) {
+        } else if (clock_waits || (!input_open() && (until_idle || end != no_limit))) {
             return;
         } else {
             main_wait(-1.0);

@@ -10,9 +10,11 @@ namespace {
 
 // The first extension of a type is the one its files are saved with.
 constexpr FileExtension extensions[] = {
-    {".kve64", file_type("kv64")}, {".kivpat", file_type("JSON")}, {".kivhelp", file_type("JSON")},
-    {".json", file_type("JSON")},  {".kivb", file_type("kivb")},   {".kivtext", file_type("TEXT")},
-    {".txt", file_type("TEXT")},
+    {".kve64", file_type("kv64")},     {".kivpat", file_type("JSON")},
+    {".kivhelp", file_type("JSON")},   {".json", file_type("JSON")},
+    {".kivb", file_type("kivb")},      {".kivtext", file_type("TEXT")},
+    {".txt", file_type("TEXT")},       {".kivsnip", file_type("mSnp")},
+    {".kivlesson", file_type("mLsn")}, {".kivc", file_type("kivc")},
 };
 
 const FileExtension *extension_of(std::string_view name) noexcept {

@@ -1,6 +1,8 @@
 // The script messages of `thispatcher`: a table of words, each with the arguments it wants.
 #include "objects/script.h"
 
+#include <vector>
+
 #include "objects/common.h"
 
 namespace kiv::objects {
@@ -117,7 +119,88 @@ void hidden(const Script &s) {
     }
 }
 
+// connectcolor A OUTLET B INLET RED GREEN BLUE [ALPHA]: each colour from 0 to 1.
+void connectcolor(const Script &s) {
+    const double color[] = {s.number(4), s.number(5), s.number(6),
+                            s.argc > 7 && is_number(s.argv[7]) ? s.number(7) : 1.0};
+    for (Object *line = jpatcher_get_firstline(s.patcher); line;
+         line = jpatchline_get_nextline(line)) {
+        if (jpatchline_get_box1(line) == s.box(0) && jpatchline_get_box2(line) == s.box(2) &&
+            jpatchline_get_outletnum(line) == long_of(s.argv[1]) &&
+            jpatchline_get_inletnum(line) == long_of(s.argv[3])) {
+            jpatchline_set_color(line, color);
+            return;
+        }
+    }
+    object_error(s.x, "script connectcolor: there is no such cord");
+}
+
 // --- Boxes that are there ------------------------------------------------------------------------
+
+// The cords at a box, by the ids of their ends, in the order in which they were made.
+struct Cord {
+    Atom ends[4];
+    bool hidden;
+};
+std::vector<Cord> cords_of(const Script &s, const Object *box) {
+    std::vector<Cord> cords;
+    for (Object *line = jpatcher_get_firstline(s.patcher); line;
+         line = jpatchline_get_nextline(line)) {
+        Object *const from = jpatchline_get_box1(line);
+        Object *const to = jpatchline_get_box2(line);
+        if (from == box || to == box) {
+            cords.push_back(
+                {{symbol_atom(jbox_get_id(from)), long_atom(jpatchline_get_outletnum(line)),
+                  symbol_atom(jbox_get_id(to)), long_atom(jpatchline_get_inletnum(line))},
+                 jpatchline_get_hidden(line) != 0});
+        }
+    }
+    return cords;
+}
+
+// replace NAME CLASS ARGUMENTS: another box in its place, with its name, its id and its cords.
+void replace(const Script &s) {
+    Object *const box = s.box(0);
+    Dictionary *const dictionary = dictionary_new();
+    describe_box(s.patcher, dictionary, s.argc - 1, s.argv + 1);
+    double position[2] = {};
+    jbox_get_patching_position(box, position);
+    const Atom place[] = {float_atom(position[0]), float_atom(position[1])};
+    set_place(dictionary, jbox_get_varname(box), place);
+    dictionary_appendsym(dictionary, "id"_sym, jbox_get_id(box));
+    if (Object *const next = jbox_get_nextobject(box)) {
+        dictionary_appendsym(dictionary, "orderbefore"_sym, jbox_get_id(next));
+    }
+    std::vector<Cord> cords = cords_of(s, box);
+    jpatcher_deleteobj(s.patcher, box);
+    newobject_fromdictionary(s.patcher, dictionary);
+    object_free(dictionary);
+    for (Cord &cord : cords) {
+        Atom made = long_atom(0);
+        object_method_typed(s.patcher, "connect"_sym, 4, cord.ends, &made);
+        if (cord.hidden && made.type == TypeObject) {
+            jpatchline_set_hidden(atom_getobj(&made), 1);
+        }
+    }
+}
+
+void bringtofront(const Script &s) {
+    object_method(s.patcher, "bringtofront"_sym, s.box(0));
+}
+void sendtoback(const Script &s) {
+    object_method(s.patcher, "sendtoback"_sym, s.box(0));
+}
+
+// A click does to these what a bang does; one that ignores clicks stays silent.
+void click(const Script &s) {
+    Object *const box = s.box(0);
+    Symbol *const name = object_classname(box);
+    if (name != "button"_sym && name != "toggle"_sym && name != "message"_sym) {
+        object_error(s.x, "script click: a %s takes no click", name->name);
+    } else if (!jbox_get_ignoreclick(box)) {
+        typedmess(box, "bang"_sym, 0, nullptr);
+    }
+}
 
 void remove(const Script &s) {
     jpatcher_deleteobj(s.patcher, s.box(0));
@@ -209,7 +292,12 @@ constexpr Word words[] = {
     {"newdefault", "snns.", newdefault},
     {"connect", "", connect},
     {"disconnect", "", disconnect},
+    {"connectcolor", "bnbnnnn.", connectcolor},
     {"hidden", "s.", hidden},
+    {"replace", "bs.", replace},
+    {"bringtofront", "b", bringtofront},
+    {"sendtoback", "b", sendtoback},
+    {"click", "b", click},
     {"delete", "b", remove},
     {"remove", "b", remove},
     {"hide", "b", hide},

@@ -8,6 +8,7 @@
 #include <kiv/object.h>
 
 #include <algorithm>
+#include <cstdio>
 
 #include "files/internal.h"
 #include "kernel/internal.h"
@@ -40,11 +41,14 @@ void *make_from_module(Symbol *name_space, Symbol *class_name, const ClassFile &
     return object_new_typed(c->name_space, c->name, argc, argv);
 }
 
+// From a file, or from a document of a collective.
 Object *load_abstraction(Symbol *name_space, Symbol *class_name, const ClassFile &file,
-                         int32_t argc, const Atom *argv) noexcept {
+                         Dictionary *document, int32_t argc, const Atom *argv) noexcept {
     AbstractionArguments arguments(argc, argv);
-    Object *patcher = load_file(file.name, file.path, file.type, arguments.count, arguments.atoms,
-                                name_space, false);
+    Object *patcher =
+        document ? load_document(document, file, arguments.count, arguments.atoms, name_space)
+                 : load_file(file.name, file.path, file.type, arguments.count, arguments.atoms,
+                             name_space, false);
     if (patcher && zgetfn(patcher, "setclass"_sym)) {
         object_method(patcher, "setclass"_sym, class_name);
     }
@@ -66,7 +70,11 @@ AbstractionArguments::AbstractionArguments(int32_t argc, const Atom *argv) noexc
 
 void *abstraction_make(Symbol *name_space, Symbol *class_name, Symbol *file_name, int32_t argc,
                        Atom *argv) noexcept {
-    ClassFile file;
+    ClassFile file{};
+    std::snprintf(file.name, sizeof file.name, "%s", file_name->name);
+    if (Dictionary *document = collective_document(&file)) {
+        return load_abstraction(name_space, class_name, file, document, argc, argv);
+    }
     if (!class_file_locate(file_name->name, &file)) {
         report_missing(class_name);
         return nullptr;
@@ -80,7 +88,7 @@ void *abstraction_make(Symbol *name_space, Symbol *class_name, Symbol *file_name
         report_missing(class_name);
         return nullptr;
     }
-    return load_abstraction(name_space, class_name, file, argc, argv);
+    return load_abstraction(name_space, class_name, file, nullptr, argc, argv);
 }
 
 void *subpatcher_make(int32_t argc, Atom *argv) noexcept {

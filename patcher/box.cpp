@@ -253,6 +253,9 @@ void box_set_placeholder(Jbox *box, Symbol *real_class) noexcept {
 }
 
 Symbol *box_shown_class(Jbox *box) noexcept {
+    if (box->state->placeholder) {
+        return "newobj"_sym;
+    }
     Object *object = box_object(box);
     const Patcher *patcher = as_patcher(object);
     return patcher ? patcher->class_name : object_classname(object);

@@ -8,6 +8,8 @@
 #include <kiv/atom.h>
 #include <kiv/symbol.h>
 
+#include <algorithm>
+
 #include "containers/internal.h"
 #include "kernel/internal.h"
 #include "patcher/records.h"
@@ -92,6 +94,12 @@ const Vector<Atom> *creation_arguments(Patcher *patcher) noexcept {
     return nullptr;
 }
 
+bool same_casefree(std::string_view a, std::string_view b) noexcept {
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c; };
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [lower](char x, char y) { return lower(x) == lower(y); });
+}
+
 // What would end a word or a message keeps its place inside the word.
 void append_word(Text &out, const char *word) {
     for (const char *c = word; *c; ++c) {
@@ -123,6 +131,7 @@ const char *translated(const char *text) noexcept {
 void creation_forget(Object *patcher) noexcept {
     loadbang_forget(patcher);
     nameload_forget(patcher);
+    collective_forget(patcher);
 }
 
 }  // namespace kiv

@@ -51,14 +51,14 @@ Symbol *creation_patcher_name() noexcept;
 const Vector<Atom> *creation_arguments(Patcher *patcher) noexcept;
 // The text of a box with the arguments in place of "#0" to "#9".
 Text creation_substitute(const char *text, const Vector<Atom> &arguments);
+// Equal but for the case of the letters a to z.
+bool same_casefree(std::string_view a, std::string_view b) noexcept;
 // Appends text that is to be read as one word.
 void append_word(Text &out, const char *word);
 // Gives a box dictionary that has only a position the rectangle that goes with it.
 void creation_complete_rect(Dictionary *dictionary) noexcept;
 // The object that makes the objects of a namespace: "#N" for "box", else a class factory.
 Object *creation_maker(Symbol *name_space) noexcept;
-// While creation is suspended, makers make nothing and answer null.
-void creation_suspend(bool on) noexcept;
 
 // Binds a symbol for a scope.
 class Binding {
@@ -162,6 +162,16 @@ bool file_holds_patcher(const char *file_name, int16_t path, int32_t *result) no
 // `standalone`: the patcher will sit in no box), delivers loadbang to it.
 Object *load_file(const char *file_name, int16_t path, uint32_t type, int32_t argc, Atom *argv,
                   Symbol *name_space, bool standalone) noexcept;
+// The same for a document that has been read already, from the file of that name.
+Object *load_document(Dictionary *document, const ClassFile &file, int32_t argc, Atom *argv,
+                      Symbol *name_space) noexcept;
+// Opens the patcher of a collective. Throws std::bad_alloc.
+void *collective_load(const char *file_name, int16_t path, int32_t argc, Atom *argv,
+                      Symbol *name_space);
+// The document of a name in the collective that the patcher under construction comes from, with the
+// rest of `file` filled in; null when there is none.
+Dictionary *collective_document(ClassFile *file) noexcept;
+void collective_forget(const Object *patcher) noexcept;
 
 // The loadbang protocol around an outermost load.
 void loadbang_load_begins() noexcept;

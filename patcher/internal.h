@@ -10,6 +10,8 @@ namespace kiv {
 void patcher_start() noexcept;
 // Maps a class name to the file that defines it ("objectfile").
 void nametab_add(Symbol *class_name, Symbol *file_name) noexcept;
+// While creation is suspended, object makers make nothing: object boxes become placeholders.
+void creation_suspend(bool on) noexcept;
 // Writes a patcher in document form, as the message "write" does; 0, or the system's error code.
 int32_t patcher_save(Object *patcher, const char *file_name, int16_t path) noexcept;
 // Loads a document given by its path in the file system, with the folder it is in as the default

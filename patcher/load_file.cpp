@@ -14,8 +14,8 @@
 #include <kiv/symbol.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "containers/internal.h"
@@ -56,8 +56,14 @@ class OnStack {
     OnStack &operator=(const OnStack &) = delete;
 };
 
+bool is_collective_type(uint32_t type) noexcept {
+    return type == file_type("kivc") || type == file_type("kv@c");
+}
+
+// Snippets and lessons are patcher documents under other extensions.
 bool is_patcher_type(uint32_t type) noexcept {
-    return type == file_type("JSON") || type == file_type("kivb") || type == file_type("TEXT");
+    return type == file_type("JSON") || type == file_type("kivb") || type == file_type("TEXT") ||
+           type == file_type("mSnp") || type == file_type("mLsn");
 }
 
 bool refuse_recursion(const LoadingFile &file) noexcept {
@@ -71,25 +77,66 @@ bool refuse_recursion(const LoadingFile &file) noexcept {
     return true;
 }
 
-Object *load_on_stack(const LoadingFile &file, int32_t argc, Atom *argv, Symbol *name_space,
-                      bool standalone) {
-    const OnStack on_stack(file);
-    // A document of its own has no parent, whatever is being made while it is opened.
-    const Binding receiving("#P"_sym, standalone ? nullptr : "#P"_sym->thing);
-    const Binding building("#B"_sym, standalone ? nullptr : "#B"_sym->thing);
-    return static_cast<Object *>(
-        jpatcher_load_namespace(file.name->name, file.path, argc, argv, name_space));
+// What is to be loaded, and how.
+struct Load {
+    LoadingFile file;
+    uint32_t type;
+    Dictionary *document;  // what the file holds, when that has been read; or null
+    int32_t argc;
+    Atom *argv;
+    Symbol *name_space;
+    bool standalone;
+};
+
+void *load_by_type(const Load &load) {
+    const char *name = load.file.name->name;
+    if (load.document) {
+        return jpatcher_load_fromdictionary_namespace(name, load.file.path, load.document,
+                                                      load.argc, load.argv, load.name_space);
+    }
+    return is_collective_type(load.type)
+               ? collective_load(name, load.file.path, load.argc, load.argv, load.name_space)
+               : jpatcher_load_namespace(name, load.file.path, load.argc, load.argv,
+                                         load.name_space);
 }
 
-bool ends_with_casefree(std::string_view text, std::string_view ending) noexcept {
-    return text.size() >= ending.size() &&
-           std::equal(
-               ending.begin(), ending.end(), text.end() - static_cast<ptrdiff_t>(ending.size()),
-               [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
+Object *load_on_stack(const Load &load) {
+    const OnStack on_stack(load.file);
+    // A document of its own has no parent, whatever is being made while it is opened.
+    const Binding receiving("#P"_sym, load.standalone ? nullptr : "#P"_sym->thing);
+    const Binding building("#B"_sym, load.standalone ? nullptr : "#B"_sym->thing);
+    return static_cast<Object *>(load_by_type(load));
+}
+
+Object *load_once(const Load &load) noexcept {
+    if (refuse_recursion(load.file)) {
+        return nullptr;
+    }
+    const bool outermost = load_depth() == 0;
+    if (outermost) {
+        loadbang_load_begins();
+    }
+    Object *patcher = nullptr;
+    try {
+        const LoadScope scope;
+        patcher = load_on_stack(load);
+    } catch (const std::bad_alloc &) {
+        error("%s: can't load, out of memory", load.file.name->name);
+    }
+    if (outermost) {
+        loadbang_load_ends();
+    }
+    if (patcher && (outermost || load.standalone)) {
+        loadbang_deliver(patcher);
+        return object_valid(patcher) ? patcher : nullptr;
+    }
+    return patcher;
 }
 
 void show(Object *patcher, const char *file_name) noexcept {
-    if (ends_with_casefree(file_name, ".kivhelp")) {
+    constexpr std::string_view help = ".kivhelp";
+    const std::string_view name = file_name;
+    if (name.size() >= help.size() && same_casefree(name.substr(name.size() - help.size()), help)) {
         object_attr_setlong(patcher, "ishelpfile"_sym, 1);
     }
     object_method(patcher, "vis"_sym);
@@ -120,33 +167,26 @@ int32_t opening_error(const char *file_path) noexcept {
 
 Object *load_file(const char *file_name, int16_t path, uint32_t type, int32_t argc, Atom *argv,
                   Symbol *name_space, bool standalone) noexcept {
-    if (!file_name || !file_name[0] ||
-        !is_patcher_type(type != 0 ? type : file_type_of(file_name))) {
+    if (!file_name || !file_name[0]) {
         return nullptr;
     }
-    const LoadingFile file{gensym(file_name), path_or_default(path)};
-    if (refuse_recursion(file)) {
+    type = type != 0 ? type : file_type_of(file_name);
+    if (!is_patcher_type(type) && !is_collective_type(type)) {
         return nullptr;
     }
-    const bool outermost = load_depth() == 0;
-    if (outermost) {
-        loadbang_load_begins();
-    }
-    Object *patcher = nullptr;
-    try {
-        const LoadScope scope;
-        patcher = load_on_stack(file, argc, argv, name_space, standalone);
-    } catch (const std::bad_alloc &) {
-        error("%s: can't load, out of memory", file_name);
-    }
-    if (outermost) {
-        loadbang_load_ends();
-    }
-    if (patcher && (outermost || standalone)) {
-        loadbang_deliver(patcher);
-        return object_valid(patcher) ? patcher : nullptr;
-    }
-    return patcher;
+    return load_once({{gensym(file_name), path_or_default(path)},
+                      type,
+                      nullptr,
+                      argc,
+                      argv,
+                      name_space,
+                      standalone});
+}
+
+Object *load_document(Dictionary *document, const ClassFile &file, int32_t argc, Atom *argv,
+                      Symbol *name_space) noexcept {
+    return load_once(
+        {{gensym(file.name), file.path}, file.type, document, argc, argv, name_space, false});
 }
 
 void nameload_forget(Object *patcher) noexcept {
@@ -171,13 +211,15 @@ Object *document_load(const char *file_path, int32_t *result) noexcept {
               file_path ? file_path : "");
         return nullptr;
     }
-    if (!file_holds_patcher(name, path, &code)) {
+    const bool collective = is_collective_type(file_type_of(name));
+    if (!collective && !file_holds_patcher(name, path, &code)) {
         code = ErrorGeneric;
         error("%s: not a patcher document", file_path);
         return nullptr;
     }
     const DefaultPath beside(path);
-    Object *patcher = load_file(name, path, file_type("JSON"), 0, nullptr, "box"_sym, true);
+    Object *patcher =
+        load_file(name, path, file_type(collective ? "kivc" : "JSON"), 0, nullptr, "box"_sym, true);
     code = patcher ? 0 : ErrorGeneric;
     return patcher;
 }
@@ -252,8 +294,8 @@ void *nameload(const char *name, int16_t path, uint32_t type, int32_t flags) noe
 
 void *nameload_unique(const char *name, int16_t path, uint32_t type, int32_t flags,
                       int32_t unique) noexcept {
-    if (!name || !name[0]) {
-        return nullptr;
+    if (!name || !name[0] || (type != 0 ? type : file_type_of(name)) == file_type("mLsn")) {
+        return nullptr;  // lessons are not opened by name
     }
     const LoadingFile file{gensym(name), path_or_default(path)};
     if (Object *open = unique ? find_open(file) : nullptr) {
@@ -280,7 +322,8 @@ void *nameload_unique(const char *name, int16_t path, uint32_t type, int32_t fla
 }
 
 void *stringload(const char *name) noexcept {
-    static constexpr uint32_t types[] = {file_type("JSON"), file_type("kivb"), file_type("TEXT")};
+    static constexpr uint32_t types[] = {file_type("JSON"), file_type("kivb"), file_type("TEXT"),
+                                         file_type("mSnp"), file_type("kivc")};
     char found[KIV_FILENAME_SIZE];
     int16_t path = 0;
     uint32_t type = 0;
@@ -288,7 +331,8 @@ void *stringload(const char *name) noexcept {
         return nullptr;
     }
     std::strcpy(found, name);
-    if (locatefile_extended(found, &path, &type, types, 3) != 0) {
+    if (locatefile_extended(found, &path, &type, types, static_cast<int16_t>(std::size(types))) !=
+        0) {
         return nullptr;
     }
     return nameload(found, path, type, 1);

@@ -147,7 +147,6 @@ void patcher_loadbang(Object *x) noexcept {
         {"loadbang_internal"_sym, true, Stage::others},
         {"loadbang_loadbang"_sym, true, Stage::loadbangs},
         {"loadbang_end"_sym, false, {}},
-        {"aftersnapshotrestore"_sym, false, {}},
     };
     const BoxWalk watch(patcher);
     for (const Step &step : steps) {
@@ -159,7 +158,13 @@ void patcher_loadbang(Object *x) noexcept {
             return;
         }
     }
-    after_restore(patcher);
+    patcher_restore_snapshot(patcher);
+    if (watch.alive()) {
+        object_notify(patcher, "aftersnapshotrestore"_sym, nullptr);
+    }
+    if (watch.alive()) {
+        after_restore(patcher);
+    }
 }
 
 void patcher_postload(Object *subpatcher) noexcept {

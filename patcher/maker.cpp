@@ -12,6 +12,7 @@
 
 #include "kernel/internal.h"
 #include "patcher/creation.h"
+#include "patcher/internal.h"
 #include "patcher/records.h"
 
 namespace kiv {
@@ -46,9 +47,13 @@ bool is_inner_class(const Class *c) noexcept {
     return (c->flags & ClassBoxDictionary) != 0 && (c->flags & ClassUi) == 0;
 }
 
+bool names_subpatcher(const Symbol *name) noexcept {
+    return same_casefree(name->name, "patcher") || same_casefree(name->name, "p");
+}
+
 // A maker has a constructor for each loaded class of its namespace besides its own methods.
 bool understands_in(Symbol *name_space, Symbol *name) noexcept {
-    if (name == "patcher"_sym || name == "p"_sym || name == "jbogus"_sym) {
+    if (names_subpatcher(name) || name == "jbogus"_sym) {
         return true;
     }
     const Class *c = class_getifloaded(name_space, name);
@@ -58,6 +63,9 @@ bool understands_in(Symbol *name_space, Symbol *name) noexcept {
 void *make(Symbol *name_space, Symbol *name, int32_t argc, Atom *argv) noexcept {
     if (state.suspended) {
         return nullptr;
+    }
+    if (names_subpatcher(name)) {
+        return subpatcher_make(argc, argv);
     }
     Class *c = class_getifloaded_casefree(name_space, name);
     if (!c && module_search(name_space, name)) {

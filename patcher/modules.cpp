@@ -13,8 +13,10 @@
 #include <kiv/path.h>
 #include <kiv/symbol.h>
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <span>
 
 #include "files/internal.h"
 #include "kernel/internal.h"
@@ -156,16 +158,23 @@ Symbol *nametab_lookup(Symbol *class_name) noexcept {
     return mapped == state.name_table.end() ? class_name : mapped->second;
 }
 
+// A module anywhere along the search path comes before a document, a document before a text: notes
+// beside a patcher hide no object.
 bool class_file_locate(const char *file_name, ClassFile *file) noexcept {
-    static constexpr uint32_t types[] = {file_type("kv64"), file_type("JSON"), file_type("kivb"),
-                                         file_type("TEXT"), file_type("Lorx"), file_type("mPrj"),
-                                         file_type("mZip"), file_type("mLsn"), file_type("mPak")};
+    static constexpr uint32_t modules[] = {file_type("kv64")};
+    static constexpr uint32_t documents[] = {file_type("JSON"), file_type("kivb")};
+    static constexpr uint32_t texts[] = {file_type("TEXT")};
+    static constexpr uint32_t others[] = {file_type("Lorx"), file_type("mPrj"), file_type("mZip"),
+                                          file_type("mLsn"), file_type("mPak")};
+    static constexpr std::span<const uint32_t> order[] = {modules, documents, texts, others};
     if (std::strlen(file_name) > module_name_limit) {
         return false;
     }
     std::strcpy(file->name, file_name);
-    return locatefile_extended(file->name, &file->path, &file->type, types,
-                               static_cast<int16_t>(std::size(types))) == 0;
+    return std::any_of(std::begin(order), std::end(order), [file](std::span<const uint32_t> types) {
+        return locatefile_extended(file->name, &file->path, &file->type, types.data(),
+                                   static_cast<int16_t>(types.size())) == 0;
+    });
 }
 
 bool module_search(Symbol *name_space, Symbol *class_name) noexcept {

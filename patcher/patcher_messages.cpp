@@ -133,6 +133,18 @@ void delete_box(Patcher *patcher, void *x) noexcept {
     jpatcher_deleteobj(patcher, x);
 }
 
+// The last box in the order is drawn in front of all others.
+void bring_to_front(Patcher *patcher, void *x) noexcept {
+    if (Jbox *box = as_box(x)) {
+        patcher_move_box(patcher, box, nullptr);
+    }
+}
+void send_to_back(Patcher *patcher, void *x) noexcept {
+    if (Jbox *box = as_box(x)) {
+        patcher_move_box(patcher, box, patcher->first_box);
+    }
+}
+
 // Hands the boxes of a patcher, or the objects in them, to `function`. Recursion follows the
 // nesting of patchers, which construction limits.
 int32_t walk_boxes(Patcher *patcher, JpatcherFunction function, void *arg, int64_t flags) noexcept {
@@ -359,6 +371,8 @@ void patcher_add_messages(Class *c) noexcept {
         {"disconnect", method_of(disconnect), {TypeGimme}},
         {"remove", method_of(remove_box), {TypeObject, TypeDefSymbol}},
         {"deleteobj", method_of(delete_box), {TypeObject}},
+        {"bringtofront", method_of(bring_to_front), {TypeObject}},
+        {"sendtoback", method_of(send_to_back), {TypeObject}},
         {"freelinesconnectedto", method_of(patcher_free_lines_at), {TypeCant}},
         {"appendtodictionary", method_of(patcher_write_dictionary), {TypeCant}},
         {"loadbang", method_of(patcher_loadbang), {}},
@@ -381,6 +395,7 @@ void patcher_add_messages(Class *c) noexcept {
         {"setname", method_of(set_name), {TypeSymbol}},
         {"setclass", method_of(set_class), {TypeSymbol}},
         {"parentpatcher", method_of(get_parent), {TypeCant}},
+        {"snapshot", method_of(patcher_snapshot_message), {TypeSymbol, TypeDefSymbol}},
         {"write", method_of(write), {TypeGimme}},
         {"writeas", method_of(write), {TypeGimme}},
     };

@@ -300,6 +300,10 @@ Patcher *patcher_parent(Patcher *patcher) noexcept;  // null for a top-level pat
 Patcher *patcher_top(Patcher *patcher) noexcept;
 // Its name: as given, else its file's name without the extension, else the empty symbol.
 Symbol *patcher_name(const Patcher *patcher) noexcept;
+// The message "snapshot": stores the values of the boxes under a name, restores or deletes them.
+void patcher_snapshot_message(Patcher *patcher, Symbol *word, Symbol *name) noexcept;
+// Restores the snapshot that the document marks, if it marks one. May free the patcher.
+void patcher_restore_snapshot(Patcher *patcher) noexcept;
 void patcher_touch(Patcher *patcher) noexcept;  // marks it as changed, unless it is loading
 // True for one that was loaded from a file of its own (a document or an abstraction).
 inline bool patcher_is_file(const Patcher *patcher) noexcept {

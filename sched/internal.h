@@ -125,6 +125,7 @@ bool next_clock_time(double *time) noexcept;
 // time_advance_to, which the host calls with the time of the next clock once the queues are empty.
 double time_now() noexcept;
 void time_offline_begin() noexcept;
+bool time_is_offline() noexcept;
 void time_advance_to(double time) noexcept;
 
 // --- Deferred execution (qelem.cpp, qelem_statistics.cpp) ----------------------------------------

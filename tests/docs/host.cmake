@@ -36,6 +36,28 @@ expect(0 "error: a: no such object\nerror: b: no such object" empty --for 0 --se
 expect(0 "\"kind\":\"error\",\"text\":\"a: no such object\"" empty --console json --for 0 --send a ${hello})
 expect(0 "" empty --send "; kiv quit" ${hello})
 expect(0 "" empty --interactive ${hello})
+# With --until-idle the end of input lets what was begun end; without, it quits.
+file(WRITE ${WORK}/delayed.kivpat "{\"patcher\": {\"boxes\": [{\"box\": {\"kivclass\": \"newobj\",
+    \"id\": \"a\", \"text\": \"r in\"}}, {\"box\": {\"kivclass\": \"newobj\", \"id\": \"b\", \"text\": \"pipe 50\"}},
+    {\"box\": {\"kivclass\": \"newobj\", \"id\": \"c\", \"text\": \"print late\"}}], \"lines\": [
+    {\"patchline\": {\"source\": [\"a\", 0], \"destination\": [\"b\", 0]}},
+    {\"patchline\": {\"source\": [\"b\", 0], \"destination\": [\"c\", 0]}}]}}")
+file(WRITE ${WORK}/lines "; in 1\n; in 2\n")
+foreach(offline "" --offline)
+    expect(0 "^late: 1\nlate: 2\n$" lines ${offline} --interactive --until-idle delayed.kivpat)
+    expect(0 "^$" lines ${offline} --interactive --until-idle --send "; kiv quit" delayed.kivpat)
+endforeach()
+expect(0 "pipe: int 3\nprint: int 3\nlate: 3\n$" empty --for 1 --offline --send "; kiv overdrive 1"
+    --send "; kiv debugmessages 1" --send "; in 3" delayed.kivpat)
+# A translation is read from the search path; one that wants other arguments is refused.
+file(WRITE ${WORK}/wrong.kivpat "{\"patcher\": {\"boxes\": [
+    {\"box\": {\"kivclass\": \"newobj\", \"text\": \"nonesuch\"}}, {\"box\": {\"kivclass\": \"nonesuch\"}}]}}")
+file(MAKE_DIRECTORY ${WORK}/preferences)
+file(WRITE ${WORK}/preferences/translation.kivpref "{\"current_translation\": \"de\", \"translations\": {\"de\":
+    {\"No such object\": \"Kein solches Objekt\", \"%s: no such object\": \"%d: nichts\"}}}")
+expect(0 "error: newobj: nonesuch: Kein solches Objekt\nerror: newobj: nonesuch: no such object\n$" empty
+    --for 0 --path preferences wrong.kivpat)
+expect(0 "want different arguments" empty --for 0 --path preferences wrong.kivpat)
 expect(1 "not written" empty --for 0 --save no.kivpat nofile ${hello})
 expect(1 "nofile" empty --for 0 --save yes.kivpat ${hello} nofile)
 expect(0 "^print: Hello" empty --for 0 yes.kivpat)

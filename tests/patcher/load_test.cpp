@@ -236,6 +236,36 @@ TEST_F(LoadTest, AnAbstractionMadeAtRunTimeGetsLoadbangAtOnce) {
 
 // --- Loaders by name -----------------------------------------------------------------------------
 
+TEST_F(LoadTest, ACollectiveBringsItsAbstractions) {
+    const std::string main = document({box("a", "part 3"), box("b", "whole")});
+    put("all.kivc", R"({"collective":{"open":"whole.kivpat","files":{"whole.kivpat":)" + main +
+                        R"(,"part.kivpat":)" +
+                        document({box("a", "loadmess #1"), box("b", "print")}, {line("a", "b")}) +
+                        "}}}");
+    put("part.kivpat", document({}));
+    const std::string refused = "patcher attempting to load itself: whole.kivpat";
+    auto *whole = static_cast<Object *>(nameload("all.kivc", id(), 0, 0));
+    ASSERT_TRUE(jpatcher_is_patcher(whole));
+    EXPECT_STREQ("whole", jpatcher_get_name(whole)->name);
+    const Texts texts = take_texts();
+    EXPECT_EQ(1, std::count(texts.begin(), texts.end(), refused));
+    EXPECT_EQ("print: 3", texts.back());
+    newobject_fromboxtext(whole, "part 4");
+    EXPECT_EQ(Texts{"print: 4"}, take_texts());
+    Object *other = empty_patcher();
+    newobject_fromboxtext(other, "part 4");
+    EXPECT_EQ(Texts(), take_texts());
+    object_free(other);
+    object_free(whole);
+
+    put("none.kivc", "{\"collective\":{}}");
+    put("gone.kivc", "{\"collective\":{\"open\":\"x\",\"files\":{}}}");
+    EXPECT_EQ(nullptr, document_load(file("none.kivc").c_str(), nullptr));
+    EXPECT_EQ(nullptr, document_load(file("gone.kivc").c_str(), nullptr));
+    EXPECT_EQ((Texts{"none.kivc: not a collective", "patcher file x missing patcher!"}),
+              take_texts());
+}
+
 TEST_F(LoadTest, FilesLoadByTypeAndByName) {
     put("doc.kivpat", "{\"patcher\":" + bang_and_print("doc") + "}");
     put("help.kivHELP", document({}));
@@ -269,6 +299,14 @@ TEST_F(LoadTest, FilesLoadByTypeAndByName) {
     void *argued = nameload("argued.kivpat", id(), file_type("JSON"), 0);
     EXPECT_STREQ(object_attr_getsym(jpatcher_get_firstobject(argued), gensym("text"))->name, "a0");
     object_free(argued);
+    put("lesson.kivlesson", document({}));
+    put("snippet.kivsnip", document({}));
+    EXPECT_EQ(nullptr, nameload("lesson.kivlesson", id(), 0, 0));
+    for (void *made :
+         {fileload("lesson.kivlesson", id()), nameload("snippet.kivsnip", id(), 0, 0)}) {
+        EXPECT_TRUE(jpatcher_is_patcher(made));
+        object_free(made);
+    }
     void *help = nameload("help.kivHELP", id(), file_type("JSON"), 1);
     EXPECT_EQ(1, object_attr_getlong(help, gensym("ishelpfile")));
     object_free(help);

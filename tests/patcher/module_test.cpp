@@ -85,11 +85,24 @@ TEST_F(ModuleTest, ABadModuleIsReportedOnceUntilItChanges) {
 TEST_F(ModuleTest, SubpatcherNamesAreNeverFiles) {
     install("echoer", "p");
     install("echoer", "patcher");
-    EXPECT_EQ("jpatcher", make("p"));
-    EXPECT_EQ("jpatcher", make("patcher"));
+    for (const char *name : {"p", "patcher", "P", "Patcher"}) {
+        EXPECT_EQ("jpatcher", make(name));
+    }
     EXPECT_EQ(nullptr, class_findbyname(gensym("box"), gensym("p")));
-    EXPECT_EQ(nullptr, class_findbyname_casefree(nullptr, gensym("patcher")));
+    EXPECT_EQ(nullptr, class_findbyname_casefree(nullptr, gensym("Patcher")));
     EXPECT_EQ(Texts(), take_texts());
+}
+
+TEST_F(ModuleTest, AModuleFurtherOnComesBeforeATextOrDocumentHere) {
+    std::filesystem::create_directory(root / "later");
+    install("echoer", "later/echoer");
+    put("echoer.txt", "notes");
+    put("echoer.kivpat", document({}));
+    ASSERT_TRUE(search_path_add((root / "later").string().c_str(), false));
+    EXPECT_EQ("echoer", make("echoer 5"));
+    put("noted.txt", "notes");
+    put("later/noted.kivpat", document({}));
+    EXPECT_EQ("jpatcher", make("noted"));
 }
 
 }  // namespace
