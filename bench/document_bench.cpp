@@ -71,7 +71,7 @@ void run_stages(benchmark::State &state, const std::string &text) {
     {
         const Stage stage(state, "write");
         Dictionary *written = dictionary_new();
-        Text out;
+        JsonText out;
         object_method(patcher, "appendtodictionary"_sym, written);
         json_from_dictionary(written, out);
         object_free(written);

@@ -59,7 +59,7 @@ struct Kiv {
     ~Kiv() { object_free(tree); }
     bool good() const { return tree != nullptr; }
     size_t write() const {
-        Text text;
+        JsonText text;
         json_from_dictionary(tree, text);
         return text.size();
     }

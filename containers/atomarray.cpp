@@ -1,8 +1,10 @@
 // Atom arrays.
 //
-// Invariants: `atoms` holds exactly `count` atoms and is null when the count is 0. An array frees
-// its object atoms only when it is destroyed, and only when its flags say that they are its own;
-// whatever takes atoms out of a living array (clear, set, chuck) leaves the objects to the caller.
+// Invariants: `atoms` holds exactly `count` atoms and is null when the count is 0. It is a block of
+// its own, or the memory behind the record of an array that was made with its atoms
+// (atomarray_adopt), until their number changes. An array frees its object atoms only when it is
+// destroyed, and only when its flags say that they are its own; whatever takes atoms out of a
+// living array (clear, set, chuck) leaves the objects to the caller.
 //
 // Thread safety: none of its own; who shares an array guards it.
 #include <kiv/atom.h>
@@ -39,6 +41,28 @@ Atom *copy_of(int32_t count, const Atom *atoms) noexcept {
     return copy;
 }
 
+Atom *behind(Atomarray *array) noexcept {
+    return reinterpret_cast<Atom *>(array + 1);
+}
+
+void free_block(Atomarray *array, Atom *atoms) noexcept {
+    if (atoms != behind(array)) {
+        sysmem_freeptr(atoms);
+    }
+}
+
+// Changes the number of atoms that a filled array has room for. False on no memory.
+bool resize(Atomarray *array, int32_t count) noexcept {
+    Atom *resized = nullptr;
+    if (array->atoms != behind(array)) {
+        resized = static_cast<Atom *>(sysmem_resizeptr(array->atoms, bytes_of(count)));
+    } else if ((resized = static_cast<Atom *>(sysmem_newptr(bytes_of(count))))) {
+        std::copy_n(array->atoms, std::min(count, array->count), resized);
+    }
+    array->atoms = resized ? resized : array->atoms;
+    return resized != nullptr;
+}
+
 void destroy(Atomarray *array) noexcept {
     Atom *atoms = std::exchange(array->atoms, nullptr);
     const int32_t count = std::exchange(array->count, 0);
@@ -51,7 +75,7 @@ void destroy(Atomarray *array) noexcept {
             free_nested(atoms[i].value.obj);
         }
     }
-    sysmem_freeptr(atoms);
+    free_block(array, atoms);
 }
 
 }  // namespace
@@ -83,12 +107,15 @@ void atomarrays_start() noexcept {
 }
 
 Atomarray *atomarray_adopt(int32_t count, const Atom *atoms) noexcept {
-    auto *array = atomarray_new(count, atoms);
-    if (array && array->count != std::max(count, 0)) {
-        object_free(array);
-        return nullptr;
+    count = std::max(count, 0);
+    auto *array =
+        reinterpret_cast<Atomarray *>(object_alloc_extra(state.array_class, bytes_of(count)));
+    if (array) {
+        array->count = count;
+        array->atoms = count ? behind(array) : nullptr;
+        array->flags = atomarray_owns;
+        std::copy_n(atoms, count, behind(array));
     }
-    atomarray_flags(array, atomarray_owns);
     return array;
 }
 
@@ -123,7 +150,7 @@ ErrorCode atomarray_setatoms(Atomarray *array, int32_t argc, const Atom *argv) n
     if (!atoms) {
         return ErrorOutOfMemory;
     }
-    sysmem_freeptr(array->atoms);
+    free_block(array, array->atoms);
     array->atoms = atoms;
     array->count = argc;
     return ErrorNone;
@@ -192,11 +219,9 @@ ErrorCode atomarray_appendatoms(Atomarray *array, int32_t argc, const Atom *argv
     const Atom *end = array->atoms + array->count;
     const bool own = !std::less<>()(argv, array->atoms) && std::less<>()(argv, end);
     const ptrdiff_t offset = own ? argv - array->atoms : 0;
-    void *grown = sysmem_resizeptr(array->atoms, bytes_of(array->count + argc));
-    if (!grown) {
+    if (!resize(array, array->count + argc)) {
         return ErrorOutOfMemory;
     }
-    array->atoms = static_cast<Atom *>(grown);
     std::copy_n(own ? array->atoms + offset : argv, argc, array->atoms + array->count);
     array->count += argc;
     return ErrorNone;
@@ -214,9 +239,7 @@ ErrorCode atomarray_chuckindex(Atomarray *array, int32_t index) noexcept {
     }
     std::copy(array->atoms + index + 1, array->atoms + array->count, array->atoms + index);
     --array->count;
-    if (void *shrunk = sysmem_resizeptr(array->atoms, bytes_of(array->count))) {
-        array->atoms = static_cast<Atom *>(shrunk);
-    }
+    resize(array, array->count);  // what finds no smaller block keeps the larger one
     return ErrorNone;
 }
 
@@ -224,7 +247,7 @@ ErrorCode atomarray_clear(Atomarray *array) noexcept {
     if (!array) {
         return ErrorGeneric;
     }
-    sysmem_freeptr(array->atoms);
+    free_block(array, array->atoms);
     array->atoms = nullptr;
     array->count = 0;
     return ErrorNone;

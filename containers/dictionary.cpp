@@ -88,6 +88,10 @@ void dictionaries_start() noexcept {
     state.dictionary_class = c;
 }
 
+Dictionary *dictionary_make(int64_t extra) noexcept {
+    return reinterpret_cast<Dictionary *>(object_alloc_extra(state.dictionary_class, extra));
+}
+
 DictionaryEntry *dictionary_entry_new(Symbol *key, Atom value, int32_t flags) noexcept {
     auto *entry = static_cast<DictionaryEntry *>(object_alloc(state.entry_class));
     if (entry) {
@@ -169,7 +173,7 @@ ErrorCode dictionary_store(Dictionary *dictionary, Symbol *key, Atom value,
 using namespace kiv;
 
 Dictionary *dictionary_new(void) noexcept {
-    return static_cast<Dictionary *>(object_alloc(state.dictionary_class));
+    return dictionary_make(0);
 }
 
 ErrorCode dictionary_clear(Dictionary *dictionary) noexcept {

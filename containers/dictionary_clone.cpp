@@ -259,9 +259,9 @@ ErrorCode dictionary_clone_to_existing(const Dictionary *source, Dictionary *tar
     if (!copy) {
         return source == target ? ErrorNone : ErrorOutOfMemory;
     }
+    dictionary_empty(target);
     std::swap(copy->table, target->table);
     std::swap(copy->order, target->order);
-    std::swap(copy->packed, target->packed);
     object_free(copy);
     return ErrorNone;
 }

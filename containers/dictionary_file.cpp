@@ -47,7 +47,7 @@ ErrorCode dictionary_write(const Dictionary *dictionary, const char *file_name,
         return ErrorGeneric;
     }
     try {
-        Text text;
+        JsonText text;
         if (!json_from_dictionary(dictionary, text)) {
             error("dictionary_write: %s: not written", file_name);
             return ErrorGeneric;

@@ -1,8 +1,7 @@
 // How a dictionary finds its entries. It takes three forms, each made when it is first needed:
 //
-// - Packed: keys and values in one block, without records of their own. So begins a small
-// dictionary
-//   that is read as a whole, of which documents hold very many and most are only read.
+// - Packed: keys and values behind its own record, without records of theirs. So begins a small
+//   dictionary that is read as a whole, of which documents hold very many and most are only read.
 // - Listed: the order list holds a record for each entry. A dictionary takes this form when it is
 //   first changed, or when somebody wants to see records, and never goes back.
 // - Indexed: a table beside the list, once there are more than `most_walked` entries; until then a
@@ -10,11 +9,10 @@
 //
 // Invariants:
 // 1. The order list, if any, holds every entry and owns it. An entry remembers its element there,
-// so
-//    that it is removed without a search.
-// 2. Nothing in a packed block changes, and no value in it is a string that a symbol could hold.
-// When there is a list, the block's values have moved there;
-//    the block stays until the dictionary is emptied, for whoever is still reading it.
+//    so that it is removed without a search.
+// 2. Nothing in the packed pairs changes, and no value in them is a string that a symbol could
+//    hold. When there is a list, their values have moved there; the pairs stay for whoever is still
+//    reading them.
 // 3. If there is a table, it refers to the same entries. It is made from the list under the list's
 //    lock; an entry is therefore put into the table by whoever appends it, if the table was there
 //    when the list's lock was held, and by whoever makes the table otherwise. Likewise it leaves
@@ -24,6 +22,7 @@
 // No lock is held while the table notifies its clients.
 #include <algorithm>
 #include <atomic>
+#include <span>
 #include <utility>
 
 #include "containers/free_nested.h"
@@ -31,14 +30,6 @@
 #include "containers/values.h"
 
 namespace kiv {
-
-// The pairs follow the count in one block.
-struct PackedEntries {
-    int64_t count;
-
-    KeyValue *begin() noexcept { return reinterpret_cast<KeyValue *>(this + 1); }
-    KeyValue *end() noexcept { return begin() + count; }
-};
 
 namespace {
 
@@ -52,13 +43,17 @@ Hashtab *table_of(const Dictionary *dictionary) noexcept {
         .load(std::memory_order_acquire);
 }
 
+// The pairs of a packed dictionary.
+std::span<KeyValue> packed_of(const Dictionary *dictionary) noexcept {
+    auto *behind = const_cast<Dictionary *>(dictionary) + 1;
+    return {reinterpret_cast<KeyValue *>(behind), static_cast<size_t>(dictionary->packed)};
+}
+
 // The pair under a key of a packed dictionary, or null.
 KeyValue *packed_find(const Dictionary *dictionary, const Symbol *key) noexcept {
-    if (dictionary->packed) {
-        for (KeyValue &pair : *dictionary->packed) {
-            if (pair.key == key) {
-                return &pair;
-            }
+    for (KeyValue &pair : packed_of(dictionary)) {
+        if (pair.key == key) {
+            return &pair;
         }
     }
     return nullptr;
@@ -73,12 +68,12 @@ void discard_list(Linklist *order) noexcept {
 }
 
 // A list of records for the packed pairs, if any; null on no memory.
-Linklist *list_packed(PackedEntries *packed) noexcept {
+Linklist *list_packed(std::span<const KeyValue> packed) noexcept {
     Linklist *order = linklist_new();
-    if (!order || !packed) {
-        return order;
+    if (!order) {
+        return nullptr;
     }
-    for (const KeyValue &pair : *packed) {
+    for (const KeyValue &pair : packed) {
         DictionaryEntry *entry = dictionary_entry_new(pair.key, pair.value, 0);
         if (entry && (entry->element = element_append(order, entry))) {
             continue;
@@ -96,7 +91,7 @@ Linklist *order_make(Dictionary *dictionary) noexcept {
     if (Linklist *order = order_of(dictionary)) {
         return order;
     }
-    Linklist *made = list_packed(dictionary->packed);
+    Linklist *made = list_packed(packed_of(dictionary));
     Linklist *present = nullptr;
     if (made && !std::atomic_ref(dictionary->order)
                      .compare_exchange_strong(present, made, std::memory_order_acq_rel)) {
@@ -161,20 +156,13 @@ DictionaryEntry *find_record(const Dictionary *dictionary, const Symbol *key) no
 
 }  // namespace
 
-bool dictionary_pack(Dictionary *dictionary, int32_t count, const KeyValue *pairs) noexcept {
-    if (count == 0) {
-        return true;
+Dictionary *dictionary_pack(int32_t count, const KeyValue *pairs) noexcept {
+    Dictionary *dictionary = dictionary_make(int64_t{count} * int64_t{sizeof(KeyValue)});
+    if (dictionary) {
+        dictionary->packed = count;
+        std::copy_n(pairs, count, packed_of(dictionary).begin());
     }
-    const auto bytes = static_cast<int64_t>(sizeof(PackedEntries)) +
-                       int64_t{count} * static_cast<int64_t>(sizeof(KeyValue));
-    auto *packed = static_cast<PackedEntries *>(sysmem_newptr(bytes));
-    if (!packed) {
-        return false;
-    }
-    packed->count = count;
-    std::copy_n(pairs, count, packed->begin());
-    dictionary->packed = packed;
-    return true;
+    return dictionary;
 }
 
 bool dictionary_unpack(Dictionary *dictionary) noexcept {
@@ -184,17 +172,18 @@ bool dictionary_unpack(Dictionary *dictionary) noexcept {
 // What freeing a value calls out to finds the dictionary empty.
 void dictionary_empty(Dictionary *dictionary) noexcept {
     Linklist *order = std::exchange(dictionary->order, nullptr);
-    PackedEntries *packed = std::exchange(dictionary->packed, nullptr);
+    const std::span<KeyValue> packed = packed_of(dictionary);
+    dictionary->packed = 0;
     hashtab_chuck(std::exchange(dictionary->table, nullptr));
-    if (packed && !order) {
-        for (const KeyValue &pair : *packed) {
-            if (pair.value.type == TypeObject && pair.value.value.obj) {
-                free_nested(pair.value.value.obj);
-            }
+    if (order) {
+        object_free(order);
+        return;
+    }
+    for (const KeyValue &pair : packed) {
+        if (pair.value.type == TypeObject && pair.value.value.obj) {
+            free_nested(pair.value.value.obj);
         }
     }
-    sysmem_freeptr(packed);
-    object_free(order);
 }
 
 DictionaryEntry *dictionary_entry(const Dictionary *dictionary, Symbol *key) noexcept {
@@ -265,8 +254,8 @@ void dictionary_unlink(Dictionary *dictionary, DictionaryEntry *entry) noexcept 
 void dictionary_list(const Dictionary *dictionary, Vector<EntryView> &out) {
     Linklist *order = dictionary ? order_of(dictionary) : nullptr;
     if (!order) {
-        if (dictionary && dictionary->packed) {
-            for (const KeyValue &pair : *dictionary->packed) {
+        if (dictionary) {
+            for (const KeyValue &pair : packed_of(dictionary)) {
                 out.push_back({pair, 0});
             }
         }
@@ -292,7 +281,7 @@ int32_t dictionary_getentrycount(const Dictionary *dictionary) noexcept {
     Linklist *order = dictionary ? order_of(dictionary) : nullptr;
     int32_t count = 0;
     if (!order && dictionary && dictionary->packed) {
-        return static_cast<int32_t>(dictionary->packed->count);
+        return static_cast<int32_t>(dictionary->packed);
     }
     if (order) {
         const ListLock lock(order, Access::read);

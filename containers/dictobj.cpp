@@ -103,7 +103,7 @@ ErrorCode dictobj_dictionaryfromstring(Dictionary **dictionary, const char *text
     Object *result = nullptr;
     ErrorCode parsed = ErrorGeneric;
     try {
-        Text json;
+        JsonText json;
         if (is_json) {
             parsed = json_parse(text, static_cast<int64_t>(std::strlen(text)), &result, message);
         } else if (json_from_dictionary_text(text, json, message)) {
@@ -132,7 +132,7 @@ ErrorCode dictobj_jsonfromstring(int64_t *size, char **json, const char *text) n
     *json = nullptr;
     try {
         char message[json_error_size];
-        Text written;
+        JsonText written;
         if (!json_from_dictionary_text(text, written, message)) {
             error("dictionary text: %s", message);
             return ErrorGeneric;

@@ -7,6 +7,6 @@ namespace kiv {
 
 // Appends to `out` the JSON document that a dictionary text stands for. False when the text is
 // wrong: then `message` (json_error_size bytes) says why. Throws std::bad_alloc.
-bool json_from_dictionary_text(const char *text, Text &out, char *message);
+bool json_from_dictionary_text(const char *text, JsonText &out, char *message);
 
 }  // namespace kiv

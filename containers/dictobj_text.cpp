@@ -19,12 +19,12 @@ constexpr std::string_view word_ends = " \t\r\n\v\f{}[]\"";
 
 class Converter {
   public:
-    Converter(const char *text, Text &out, char *message) noexcept
+    Converter(const char *text, JsonText &out, char *message) noexcept
         : text_(text), out_(out), message_(message) {}
 
     bool run() {
         open_.push_back({'}'});
-        out_ += '{';
+        out_.put('{');
         while ((at_ = text_.find_first_not_of(blanks, at_)) != text_.npos) {
             if (!token()) {
                 return false;
@@ -113,14 +113,14 @@ class Converter {
             return false;
         }
         if (!literal && text == "null") {
-            out_ += text;
+            out_.put(text);
             return true;
         }
         return (!literal && number(text)) || string(text);
     }
 
     bool string(const Text &text) {
-        json_append_string(text, out_);
+        out_.put_quoted(text);
         return true;
     }
 
@@ -148,9 +148,9 @@ class Converter {
             return false;
         }
         const std::string_view digits(buffer, static_cast<size_t>(written.ptr - buffer));
-        out_ += digits;
+        out_.put(digits);
         if (!whole && digits.find_first_of(".e") == digits.npos) {
-            out_ += ".0";  // it stays a float
+            out_.put(".0");  // it stays a float
         }
         return true;
     }
@@ -161,9 +161,9 @@ class Converter {
             return fail("key in a list");
         }
         end_value(top);
-        out_ += top.keys++ ? "," : "";
-        json_append_string(name, out_);
-        out_ += ": ";
+        out_.put(top.keys++ ? "," : "");
+        out_.put_quoted(name);
+        out_.put(": ");
         top.list_begin = out_.size() - 1;
         top.has_key = true;
         top.items = 0;
@@ -176,7 +176,7 @@ class Converter {
         if (top.closing == '}' && !top.has_key) {
             return fail("value without a key");
         }
-        out_ += top.items++ ? "," : "";
+        out_.put(top.items++ ? "," : "");
         return true;
     }
 
@@ -184,8 +184,8 @@ class Converter {
         if (!top.has_key || top.items == 1) {
             return;
         }
-        out_[top.list_begin] = '[';
-        out_ += ']';
+        out_.data()[top.list_begin] = '[';
+        out_.put(']');
     }
 
     bool open(char closing) {
@@ -196,7 +196,7 @@ class Converter {
             return fail("containers nested too deeply");
         }
         open_.push_back({closing});
-        out_ += text_[at_++];
+        out_.put(text_[at_++]);
         return true;
     }
 
@@ -204,13 +204,13 @@ class Converter {
         if (closing == '}') {
             end_value(open_.back());
         }
-        out_ += closing;
+        out_.put(closing);
         open_.pop_back();
         return true;
     }
 
     const std::string_view text_;
-    Text &out_;
+    JsonText &out_;
     char *message_;
     size_t at_ = 0;
     Vector<Open> open_;
@@ -218,7 +218,7 @@ class Converter {
 
 }  // namespace
 
-bool json_from_dictionary_text(const char *text, Text &out, char *message) {
+bool json_from_dictionary_text(const char *text, JsonText &out, char *message) {
     return Converter(text, out, message).run();
 }
 

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "containers/internal.h"
@@ -20,8 +21,7 @@ ErrorCode json_parse(const char *text, int64_t length, Object **result, char *me
 
 // Appends one atom, as the writer lays it out at the outermost level. False on no memory or when
 // values are nested too deeply (posted).
-bool json_append_atom(const Atom &atom, Text &out);
-void json_append_string(std::string_view text, Text &out);  // quoted and escaped
+bool json_append_atom(const Atom &atom, JsonText &out);
 
 void json_writer_start() noexcept;
 
@@ -115,11 +115,21 @@ constexpr bool json_is_string(int state) {
     return state >= JsonString && state <= JsonHex4;
 }
 
-using JsonRow = std::array<uint8_t, JsonClassCount>;
+// What each byte leads to in each state.
+using JsonRow = std::array<uint8_t, 256>;
 extern const std::array<JsonRow, JsonStateCount> json_transitions;
-extern const std::array<uint8_t, 256> json_classes;
-// The bytes that stand for themselves in a string.
-extern const std::array<bool, 256> json_is_plain;
+
+// Among eight bytes of a string, the highest bit of each that is below a blank, a quote or a
+// backslash; perhaps also of some behind the first of them.
+inline uint64_t json_specials(const char *at) noexcept {
+    constexpr uint64_t ones = 0x0101010101010101u;
+    const auto below = [](uint64_t bytes, uint64_t limit) {
+        return (bytes - ones * limit) & ~bytes & ones << 7;
+    };
+    uint64_t bytes;
+    std::memcpy(&bytes, at, sizeof bytes);
+    return below(bytes, ' ') | below(bytes ^ ones * '"', 1) | below(bytes ^ ones * '\\', 1);
+}
 
 // --- The reader's errors (json_error.cpp) --------------------------------------------------------
 

@@ -18,10 +18,13 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <limits>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -36,11 +39,12 @@ namespace {
 // One open container.
 struct StackEntry {
     Object ob;
-    Dictionary *dictionary;  // null for an array
+    bool is_dictionary;      // or else an array
+    Dictionary *dictionary;  // made once there are too many pairs to be packed, stored as they come
     Symbol *key;             // of the value that comes next, or null
     size_t first;            // where its waiting values begin
     size_t first_pair;       // where its waiting pairs begin
-    bool stored;             // its pairs are stored as they come: it has too many to be packed
+    uint64_t key_bits;       // of the keys of those pairs
     StackEntry *below;
 };
 
@@ -48,10 +52,6 @@ struct {
     Class *reader_class = nullptr;
     Class *entry_class = nullptr;
 } state;
-
-uint8_t class_of_byte(char c) noexcept {
-    return json_classes[static_cast<unsigned char>(c)];
-}
 
 class Parser {
   public:
@@ -70,7 +70,6 @@ class Parser {
   private:
     uint8_t take_run() noexcept;
     bool step(uint8_t next);
-    bool act(uint8_t action);
     bool finish();
 
     bool open(bool dictionary);
@@ -81,7 +80,7 @@ class Parser {
 
     void begin_string() noexcept;
     bool end_string();
-    Symbol *key_symbol(std::string_view name);
+    Symbol *key_symbol(std::string_view name) noexcept;
     void flush_run();
     void append_escape(char c);
     void add_hex_digit(char c) noexcept;
@@ -152,8 +151,8 @@ JsonFailure Parser::failure() const noexcept {
     failure.message = error_message_;
     failure.parser_state = state_;
     failure.key_next = key_next_;
-    failure.in_dictionary = top_ && top_->dictionary;
-    failure.in_array = top_ && !top_->dictionary;
+    failure.in_dictionary = top_ && top_->is_dictionary;
+    failure.in_array = top_ && !top_->is_dictionary;
     failure.key = failure.in_dictionary && top_->key ? top_->key->name : "";
     failure.text = text_;
     failure.position = static_cast<size_t>(at_ - text_.data());
@@ -163,47 +162,78 @@ JsonFailure Parser::failure() const noexcept {
 Object *Parser::run() {
     while (at_ < end_) {
         const uint8_t next = take_run();
-        if (at_ < end_ && !step(next)) {
+        if (at_ == end_) {
+            break;
+        }
+        const bool number_ends = json_is_number(state_) && !json_is_number(next);
+        if ((number_ends && !end_number()) || !step(next)) {
             return nullptr;
         }
+        ++at_;
     }
     return finish() ? static_cast<Object *>(std::exchange(values_[0].value.obj, nullptr)) : nullptr;
 }
 
-// Skips what keeps the state as it is; answers what the byte behind leads to.
-uint8_t Parser::take_run() noexcept {
-    const JsonRow &row = json_transitions[static_cast<size_t>(state_)];
-    if (state_ == JsonString) {
-        while (at_ < end_ && json_is_plain[static_cast<unsigned char>(*at_)]) {
-            ++at_;
-        }
-        return at_ < end_ ? row[class_of_byte(*at_)] : uint8_t{JsonString};
-    }
-    for (; at_ < end_; ++at_) {
-        const uint8_t next = row[class_of_byte(*at_)];
-        if (next != state_) {
-            return next;
+// The first byte that is below a blank, a quote or a backslash, or one of the last seven of the
+// text: eight at once.
+const char *skip_plain(const char *at, const char *end) noexcept {
+    static_assert(std::endian::native == std::endian::little);
+    for (; end - at >= 8; at += 8) {
+        if (const uint64_t found = json_specials(at)) {
+            return at + std::countr_zero(found) / 8;
         }
     }
-    return static_cast<uint8_t>(state_);
+    return at;
 }
 
-// One byte that leads to another state.
+// Skips what keeps the state as it is; answers what the byte behind leads to.
+uint8_t Parser::take_run() noexcept {
+    const auto same = static_cast<uint8_t>(state_);
+    const JsonRow &row = json_transitions[same];
+    const char *at = same == JsonString ? skip_plain(at_, end_) : at_;
+    uint8_t next = same;
+    while (at < end_ && (next = row[static_cast<unsigned char>(*at)]) == same) {
+        ++at;
+    }
+    at_ = at;
+    return next;
+}
+
+// Takes one byte that leads to another state, or asks for an action.
 bool Parser::step(uint8_t next) {
-    const char c = *at_;
-    if (next == JsonSyntaxError) {
-        const bool never_json = static_cast<unsigned char>(c) < ' ' || c == '\x7f' || (c & 0x80);
-        return fail(never_json && !json_is_string(state_) ? JsonSyntaxError : state_);
-    }
-    if (json_is_number(state_) && !json_is_number(next) && !end_number()) {
-        return false;
-    }
     switch (next) {
+        case JsonOpenObject:
+        case JsonOpenArray:
+            return open(next == JsonOpenObject);
+        case JsonCloseEmpty:
+        case JsonCloseObject:
+            return top_ && top_->is_dictionary ? close(true, next == JsonCloseEmpty) : fail(next);
+        case JsonCloseArray:
+            return top_ && !top_->is_dictionary ? close(false, waiting() == 0) : fail(next);
+        case JsonQuote:
+            return end_string();
+        case JsonComma:
+            if (!top_) {
+                return fail(next);
+            }
+            key_next_ = top_->is_dictionary;
+            state_ = key_next_ ? JsonKey : JsonValue;
+            return !key_next_ || store_value();
+        case JsonColon:
+            state_ = JsonValue;
+            return true;
+        case JsonSyntaxError: {
+            const char c = *at_;
+            const bool never_json =
+                static_cast<unsigned char>(c) < ' ' || c == '\x7f' || (c & 0x80);
+            return fail(never_json && !json_is_string(state_) ? JsonSyntaxError : state_);
+        }
         case JsonString:
+            token_ = at_ + 1;
             if (state_ == JsonEscape) {
-                append_escape(c);
+                append_escape(*at_);
             } else if (state_ == JsonHex4) {
-                add_hex_digit(c);
+                add_hex_digit(*at_);
                 end_unicode();
                 if (code_ == 0) {
                     return fail(JsonHex4);  // no text can hold it
@@ -211,7 +241,6 @@ bool Parser::step(uint8_t next) {
             } else {
                 begin_string();
             }
-            token_ = at_ + 1;
             break;
         case JsonEscape:
             flush_run();
@@ -222,7 +251,7 @@ bool Parser::step(uint8_t next) {
         case JsonHex2:
         case JsonHex3:
         case JsonHex4:
-            add_hex_digit(c);
+            add_hex_digit(*at_);
             break;
         case JsonMinus:
         case JsonZero:
@@ -239,47 +268,10 @@ bool Parser::step(uint8_t next) {
             break;
         }
         default:
-            if (next < JsonSyntaxError) {
-                if (!act(next)) {
-                    return false;
-                }
-                ++at_;
-                return true;
-            }
+            break;
     }
     state_ = next;
-    ++at_;
     return true;
-}
-
-// What a bracket, a comma, a colon or a closing quote asks for; sets the state that follows.
-bool Parser::act(uint8_t action) {
-    switch (action) {
-        case JsonOpenObject:
-        case JsonOpenArray:
-            return open(action == JsonOpenObject);
-        case JsonCloseEmpty:
-        case JsonCloseObject:
-            return top_ && top_->dictionary ? close(true, action == JsonCloseEmpty) : fail(action);
-        case JsonCloseArray:
-            return top_ && !top_->dictionary ? close(false, waiting() == 0) : fail(action);
-        case JsonQuote:
-            return end_string();
-        case JsonComma:
-            if (!top_) {
-                return fail(action);
-            }
-            if (top_->dictionary) {
-                key_next_ = true;
-                state_ = JsonKey;
-                return store_value();
-            }
-            state_ = JsonValue;
-            return true;
-        default:
-            state_ = JsonValue;
-            return true;
-    }
 }
 
 bool Parser::open(bool dictionary) {
@@ -295,17 +287,15 @@ bool Parser::open(bool dictionary) {
             return fail("out of memory");
         }
     }
-    entry->dictionary = dictionary ? dictionary_new() : nullptr;
+    entry->is_dictionary = dictionary;
+    entry->dictionary = nullptr;
     entry->key = nullptr;
     entry->first = values_.size();
     entry->first_pair = pairs_.size();
-    entry->stored = false;
+    entry->key_bits = 0;
     entry->below = top_;
     top_ = entry;
     ++depth_;
-    if (dictionary && !entry->dictionary) {
-        return fail("out of memory");
-    }
     key_next_ = dictionary;
     state_ = dictionary ? JsonObject : JsonArray;
     return true;
@@ -319,12 +309,15 @@ bool Parser::close(bool dictionary, bool empty) {
             return false;
         }
         const size_t first = top_->first_pair;
-        if (!dictionary_pack(top_->dictionary, static_cast<int32_t>(pairs_.size() - first),
-                             pairs_.data() + first)) {
+        Dictionary *made = std::exchange(top_->dictionary, nullptr);
+        made = made ? made
+                    : dictionary_pack(static_cast<int32_t>(pairs_.size() - first),
+                                      pairs_.data() + first);
+        if (!made) {
             return fail("out of memory");
         }
         pairs_.resize(first);
-        atom = atom_of_object(std::exchange(top_->dictionary, nullptr));
+        atom = atom_of_object(made);
     } else {
         const size_t count = waiting();
         Atomarray *array = count <= INT32_MAX ? atomarray_adopt(static_cast<int32_t>(count),
@@ -345,6 +338,11 @@ bool Parser::close(bool dictionary, bool empty) {
     return add(atom);
 }
 
+// One of 64 bits, so that most keys are known to be new without a look at those before.
+uint64_t key_bit(const Symbol *key) noexcept {
+    return uint64_t{1} << (reinterpret_cast<uintptr_t>(key) * 0x9e3779b97f4a7c15u >> 58);
+}
+
 // Moves a dictionary's waiting value under its key: among its pairs, or into the dictionary once it
 // has more of them than can be packed.
 bool Parser::store_value() {
@@ -352,14 +350,16 @@ bool Parser::store_value() {
         error("jsonreader_pop: MODE_DICTIONARY: argc not 1!");
         return fail(JsonSyntaxError);
     }
-    if (!top_->dictionary) {
+    if (!top_->is_dictionary) {
         error("jsonreader_pop: MODE_OBJECT: e1 is not an obj!");
         return fail(JsonSyntaxError);
     }
     const KeyValue pair{top_->key, values_.back()};
-    for (size_t i = top_->first_pair; i < pairs_.size(); ++i) {
-        if (pairs_[i].key == pair.key) {
-            const Atom old = std::exchange(pairs_[i].value, pair.value);
+    const uint64_t bit = key_bit(pair.key);
+    const std::span present = std::span(pairs_).subspan(top_->first_pair);
+    for (KeyValue &before : top_->key_bits &bit ? present : std::span<KeyValue>()) {
+        if (before.key == pair.key) {
+            const Atom old = std::exchange(before.value, pair.value);
             values_.pop_back();
             if (old.type == TypeObject) {
                 object_free(old.value.obj);
@@ -367,13 +367,17 @@ bool Parser::store_value() {
             return true;
         }
     }
+    top_->key_bits |= bit;
     pairs_.push_back(pair);
     values_.pop_back();
-    const bool many = pairs_.size() - top_->first_pair > static_cast<size_t>(most_walked);
-    return (!many && !top_->stored) || store_pairs();
+    const bool many = present.size() >= static_cast<size_t>(most_walked);
+    return (!many && !top_->dictionary) || store_pairs();
 }
 
 bool Parser::store_pairs() {
+    if (!top_->dictionary && !(top_->dictionary = dictionary_new())) {
+        return fail("out of memory");
+    }
     size_t i = top_->first_pair;
     for (; i < pairs_.size(); ++i) {
         const KeyValue &pair = pairs_[i];
@@ -384,7 +388,6 @@ bool Parser::store_pairs() {
     // What is stored is the dictionary's; what is left goes with the parser.
     pairs_.erase(pairs_.begin() + static_cast<ptrdiff_t>(top_->first_pair),
                  pairs_.begin() + static_cast<ptrdiff_t>(i));
-    top_->stored = true;
     return pairs_.size() == top_->first_pair || fail("out of memory");
 }
 
@@ -432,49 +435,41 @@ void Parser::flush_run() {
 }
 
 // The symbol of a key. Documents repeat few keys very often: the last ones are remembered.
-Symbol *Parser::key_symbol(std::string_view name) {
+Symbol *Parser::key_symbol(std::string_view name) noexcept {
     const size_t hash = name.empty()
                             ? 0
                             : name.size() * 31 + static_cast<unsigned char>(name.front()) * 7 +
                                   static_cast<unsigned char>(name.back());
     Symbol *&known = known_keys_[hash % known_keys_.size()];
-    if (known && std::strncmp(known->name, name.data(), name.size()) == 0 &&
-        known->name[name.size()] == '\0') {
-        return known;
+    if (!known || !symbol_is(known, name)) {
+        known = symbol_named(name);
     }
-    string_.assign(name);
-    known = gensym(string_.c_str());
     return known;
 }
 
 bool Parser::end_string() {
-    if (key_next_ && string_.empty() && !high_ && at_ - token_ <= 64) {
-        top_->key = key_symbol({token_, static_cast<size_t>(at_ - token_)});
-        if (!top_->key) {
-            return fail("out of memory");
+    std::string_view text(token_, static_cast<size_t>(at_ - token_));
+    if (!string_.empty() || high_) {  // there were escapes
+        flush_run();
+        if (high_) {
+            append_utf8(std::exchange(high_, 0));
         }
+        text = string_;
+    }
+    const bool fits = text.size() <= longest_symbol;
+    if (key_next_) {
+        if (!fits) {
+            return fail("key too long");
+        }
+        top_->key = key_symbol(text);
         key_next_ = false;
         state_ = JsonAfterKey;
-        return true;
+        return top_->key || fail("out of memory");
     }
-    flush_run();
-    if (high_) {
-        append_utf8(std::exchange(high_, 0));
-    }
-    const bool fits = string_.size() <= longest_symbol;
-    if (!fits && key_next_) {
-        return fail("key too long");
-    }
-    Symbol *symbol = fits ? gensym(string_.c_str()) : nullptr;
-    String *string = fits ? nullptr : string_from(string_.data(), string_.size());
+    Symbol *symbol = fits ? symbol_named(text) : nullptr;
+    String *string = fits ? nullptr : string_from(text.data(), text.size());
     if (!symbol && !string) {
         return fail("out of memory");
-    }
-    if (key_next_) {
-        top_->key = symbol;
-        key_next_ = false;
-        state_ = JsonAfterKey;
-        return true;
     }
     state_ = JsonAfterValue;
     return add(symbol ? atom_of(symbol) : atom_of_object(string));
@@ -573,6 +568,30 @@ double beyond_range(std::string_view text) noexcept {
     return negative ? -size : size;
 }
 
+// A decimal fraction of few digits: the digits and the power of ten are whole numbers that a double
+// holds, so that their quotient is rounded once. False for a longer one.
+bool short_decimal(const char *at, const char *end, double *value) noexcept {
+    static constexpr double powers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                        1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    const bool negative = *at == '-';
+    at += negative ? 1 : 0;
+    if (end - at > static_cast<ptrdiff_t>(std::size(powers))) {
+        return false;
+    }
+    int64_t digits = 0;
+    const char *point = end;
+    for (; at < end; ++at) {
+        if (*at == '.') {
+            point = at + 1;
+        } else {
+            digits = digits * 10 + (*at - '0');
+        }
+    }
+    const double size = static_cast<double>(digits) / powers[end - point];
+    *value = negative ? -size : size;
+    return true;
+}
+
 bool Parser::end_number() {
     if (state_ == JsonZero || state_ == JsonInteger) {
         int64_t value = 0;
@@ -582,6 +601,9 @@ bool Parser::end_number() {
         return add(atom_of(value));
     }
     double value = 0.0;
+    if (state_ == JsonFraction && short_decimal(token_, at_, &value)) {
+        return add(atom_of(value));
+    }
     if (std::from_chars(token_, at_, value).ec == std::errc::result_out_of_range) {
         value = beyond_range({token_, static_cast<size_t>(at_ - token_)});
     }

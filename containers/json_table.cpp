@@ -17,8 +17,10 @@ constexpr Classes hex_digits = {ClassZero, ClassDigit, ClassA, ClassB,        Cl
 constexpr Classes escapes = {ClassQuote, ClassBackslash, ClassSlash, ClassB,
                              ClassF,     ClassN,         ClassR,     ClassT};
 
+using ClassRow = std::array<uint8_t, JsonClassCount>;
+
 struct Builder {
-    std::array<JsonRow, JsonStateCount> rows{};
+    std::array<ClassRow, JsonStateCount> rows{};
 
     constexpr void on(int state, Classes classes, int next) {
         for (const JsonClass c : classes) {
@@ -53,9 +55,9 @@ struct Builder {
     }
 };
 
-constexpr std::array<JsonRow, JsonStateCount> make_transitions() {
+constexpr std::array<ClassRow, JsonStateCount> class_transitions() {
     Builder b;
-    for (JsonRow &row : b.rows) {
+    for (ClassRow &row : b.rows) {
         row.fill(JsonSyntaxError);
     }
     for (const int state : {JsonStart, JsonObject, JsonArray, JsonAfterKey, JsonValue, JsonKey}) {
@@ -128,20 +130,21 @@ constexpr std::array<uint8_t, 256> make_classes() {
     return classes;
 }
 
-constexpr std::array<bool, 256> make_plain() {
+constexpr std::array<JsonRow, JsonStateCount> make_transitions() {
     const auto classes = make_classes();
-    const auto transitions = make_transitions();
-    std::array<bool, 256> plain{};
-    for (size_t byte = 0; byte < plain.size(); ++byte) {
-        plain[byte] = transitions[JsonString][classes[byte]] == JsonString;
+    const auto rows = class_transitions();
+    std::array<JsonRow, JsonStateCount> transitions{};
+    for (size_t state = 0; state < rows.size(); ++state) {
+        for (size_t byte = 0; byte < classes.size(); ++byte) {
+            transitions[state][byte] = rows[state][classes[byte]];
+        }
     }
-    return plain;
+    transitions[JsonString][0] = JsonSyntaxError;  // no text can hold a zero byte
+    return transitions;
 }
 
 }  // namespace
 
 constinit const std::array<JsonRow, JsonStateCount> json_transitions = make_transitions();
-constinit const std::array<uint8_t, 256> json_classes = make_classes();
-constinit const std::array<bool, 256> json_is_plain = make_plain();
 
 }  // namespace kiv

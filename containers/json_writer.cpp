@@ -16,6 +16,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 #include <string_view>
 
@@ -29,9 +30,22 @@ namespace {
 
 __extension__ using Wide = unsigned __int128;
 
+// What follows the backslash for each byte that needs one, 0 for all others.
+constexpr std::array<char, 256> make_escapes() {
+    std::array<char, 256> escapes{};
+    escapes['"'] = '"';
+    escapes['\\'] = '\\';
+    escapes['\n'] = 'n';
+    escapes['\r'] = 'r';
+    escapes['\t'] = 't';
+    escapes['\b'] = 'b';
+    return escapes;
+}
+constexpr std::array<char, 256> escapes = make_escapes();
+
 class Writer {
   public:
-    explicit Writer(Text &out) noexcept : out_(out) {}
+    explicit Writer(JsonText &out) noexcept : out_(out) {}
 
     // False when values are nested too deeply, which is posted.
     bool write(const Atom &root) {
@@ -61,17 +75,26 @@ class Writer {
     bool begin(const Open &open);
     bool step();
     void end(const Open &open);
-    void indent(size_t level) { out_.append(std::min<size_t>(level, 511), '\t'); }
+    void indent(size_t level) { out_.put('\t', std::min<size_t>(level, 511)); }
 
-    Text &out_;
+    JsonText &out_;
     Vector<Open> open_;
     Vector<EntryView> pending_;  // the entries of the open dictionaries
 };
 
+// Has an object that is written soon fetched into the cache meanwhile.
+void prefetch(const Atom &atom) noexcept {
+    if (atom.type == TypeObject) {
+        const auto *object = static_cast<const char *>(atom.value.obj);
+        __builtin_prefetch(object);
+        __builtin_prefetch(object + 64);
+    }
+}
+
 bool Writer::write_atom(const Atom &atom) {
     switch (atom.type) {
         case TypeNothing:
-            out_ += "null";
+            out_.put("null");
             break;
         case TypeLong:
             write_long(atom.value.i);
@@ -85,33 +108,33 @@ bool Writer::write_atom(const Atom &atom) {
         case TypeObject:
             return write_object(atom.value.obj);
         case TypeSemicolon:
-            out_ += "\";\"";
+            out_.put("\";\"");
             break;
         case TypeComma:
-            out_ += "\",\"";
+            out_.put("\",\"");
             break;
         case TypeDollar:
-            out_ += "\"$";
+            out_.put("\"$");
             write_long(atom.value.i);
-            out_ += '"';
+            out_.put("\"");
             break;
         case TypeDollarSymbol: {
             Text text = "$";
             text += atom.value.sym ? atom.value.sym->name : "";
-            json_append_string(text, out_);
+            out_.put_quoted(text);
             break;
         }
         default:
             error("jsonwriter_writeatom: unsupported atom type: %d", atom.type);
-            out_ += "null";
+            out_.put("null");
     }
     return true;
 }
 
 void Writer::write_long(int64_t value) {
-    char buffer[24];
-    const char *end = std::to_chars(buffer, buffer + sizeof buffer, value).ptr;
-    out_.append(buffer, static_cast<size_t>(end - buffer));
+    constexpr size_t most = 20;
+    char *to = out_.room(most);
+    out_.end(std::to_chars(to, to + most, value).ptr);
 }
 
 void Writer::write_float(double value) {
@@ -119,7 +142,7 @@ void Writer::write_float(double value) {
         object_warn(nullptr,
                     "detected out-of-range float value (inf or nan) when writing JSON file, "
                     "replacing with 0");
-        out_ += "0.";
+        out_.put("0.");
         return;
     }
     if (!write_exactly(value)) {
@@ -129,7 +152,7 @@ void Writer::write_float(double value) {
         while (end[-1] == '0' && end[-2] != '.') {
             --end;
         }
-        out_.append(buffer, static_cast<size_t>(end - buffer));
+        out_.put({buffer, static_cast<size_t>(end - buffer)});
     }
 }
 
@@ -137,32 +160,42 @@ void Writer::write_float(double value) {
 // to the last digit. False for what is too large or too small for it.
 bool Writer::write_exactly(double value) {
     constexpr uint64_t scale = 1000000000000000;
-    double whole = 0.0;
-    int exponent = 0;
-    const double fraction = std::modf(std::fabs(value), &whole);
-    const double mantissa = std::frexp(fraction, &exponent);
-    if (whole >= 9e18 || exponent < -50) {
+    const double size = std::fabs(value);
+    if (size >= 9e18) {
         return false;
     }
-    // The fraction is bits / 2^shift.
-    const auto bits = static_cast<uint64_t>(std::ldexp(mantissa, 53));
-    const int shift = 53 - exponent;
-    const Wide product = Wide{bits} * scale;
-    auto decimals = static_cast<uint64_t>(product >> shift);
-    const Wide rest = product & ((Wide{1} << shift) - 1);
-    const Wide half = Wide{1} << (shift - 1);
-    decimals += rest > half || (rest == half && decimals % 2 == 1);
-    const uint64_t carry = decimals == scale ? 1 : 0;
-    decimals = carry ? 0 : decimals;
-
-    char buffer[40];
-    char *at = buffer;
-    if (std::signbit(value)) {
-        *at++ = '-';
+    auto whole = static_cast<uint64_t>(size);
+    const double fraction = size - static_cast<double>(whole);
+    uint64_t decimals = 0;
+    if (fraction > 0.0) {
+        int exponent = 0;
+        const double mantissa = std::frexp(fraction, &exponent);
+        if (exponent < -50) {
+            return false;
+        }
+        // The fraction is bits / 2^shift.
+        const auto bits = static_cast<uint64_t>(mantissa * 0x1p53);
+        const int shift = 53 - exponent;
+        const Wide product = Wide{bits} * scale;
+        decimals = static_cast<uint64_t>(product >> shift);
+        const Wide rest = product & ((Wide{1} << shift) - 1);
+        const Wide half = Wide{1} << (shift - 1);
+        decimals += rest > half || (rest == half && decimals % 2 == 1);
+        whole += decimals == scale ? 1 : 0;
+        decimals = decimals == scale ? 0 : decimals;
     }
-    at = std::to_chars(at, at + 20, static_cast<uint64_t>(whole) + carry).ptr;
+
+    constexpr size_t most = 40;
+    char *at = out_.room(most);
+    *at = '-';
+    at += std::signbit(value) ? 1 : 0;
+    at = std::to_chars(at, at + 20, whole).ptr;
     *at++ = '.';
-    int digits = 15;
+    int digits = decimals ? 15 : 1;
+    if (decimals && decimals % 100000000 == 0) {  // most fractions are short
+        decimals /= 100000000;
+        digits -= 8;
+    }
     while (digits > 1 && decimals % 10 == 0) {
         decimals /= 10;
         --digits;
@@ -170,7 +203,7 @@ bool Writer::write_exactly(double value) {
     for (int i = digits; i > 0; --i, decimals /= 10) {
         at[i - 1] = static_cast<char>('0' + decimals % 10);
     }
-    out_.append(buffer, static_cast<size_t>(at + digits - buffer));
+    out_.end(at + digits);
     return true;
 }
 
@@ -179,30 +212,33 @@ void Writer::write_symbol(const Symbol *symbol) {
     if (text == ";" || text == "," || text == "$") {
         char buffer[16];  // so that it stays a plain string
         std::snprintf(buffer, sizeof buffer, "\"\\u%.4x\"", static_cast<unsigned>(text[0]));
-        out_ += buffer;
+        out_.put(buffer);
     } else {
-        json_append_string(text, out_);
+        out_.put_quoted(text);
     }
 }
 
 bool Writer::write_object(const void *x) {
     const Symbol *const name = object_valid(x) ? class_of(x)->name : nullptr;
     if (!name) {
-        out_ += "null";
+        out_.put("null");
     } else if (name == "dictionary"_sym) {
         const auto *dictionary = static_cast<const Dictionary *>(x);
         const size_t first = pending_.size();
         dictionary_list(dictionary, pending_);
+        for (size_t i = first; i < pending_.size(); ++i) {
+            prefetch(pending_[i].value);
+        }
         indent(open_.size());
-        out_ += "{\r\n";
+        out_.put("{\r\n");
         return begin({dictionary, nullptr, first, first, pending_.size()});
     } else if (name == "atomarray"_sym) {
         const auto *array = static_cast<const Atomarray *>(x);
-        out_ += "[ ";
+        out_.put("[ ");
         return begin({nullptr, array, 0, 0, static_cast<size_t>(array->count)});
     } else {
-        json_append_string(
-            name == "string"_sym ? text_of(static_cast<const String *>(x)) : name->name, out_);
+        out_.put_quoted(name == "string"_sym ? text_of(static_cast<const String *>(x))
+                                             : name->name);
     }
     return true;
 }
@@ -228,63 +264,75 @@ bool Writer::step() {
     const bool first = top.next == top.begin;
     const size_t i = top.next++;
     if (top.array) {
-        out_ += first ? "" : ", ";
+        constexpr size_t ahead = 4;
+        if (i + ahead < top.end) {
+            prefetch(top.array->atoms[i + ahead]);
+        }
+        out_.put(first ? "" : ", ");
         return write_atom(top.array->atoms[i]);
     }
     const EntryView entry = pending_[i];
-    out_ += first ? "" : ",\r\n";
+    out_.put(first ? "" : ",\r\n");
     indent(open_.size());
-    json_append_string(entry.key->name, out_);
-    out_ += " : ";
+    out_.put_quoted(entry.key->name);
+    out_.put(" : ");
     return write_atom(entry.value);
 }
 
 void Writer::end(const Open &open) {
     if (open.array) {
-        out_ += " ]";
+        out_.put(" ]");
         return;
     }
     pending_.resize(open.begin);
-    out_ += "\r\n";
+    out_.put("\r\n");
     indent(open_.size());
-    out_ += "}\r\n";
+    out_.put("}\r\n");
 }
 
 }  // namespace
 
-namespace {
-
-// What follows the backslash for each byte that needs one, 0 for all others.
-constexpr std::array<char, 256> make_escapes() {
-    std::array<char, 256> escapes{};
-    escapes['"'] = '"';
-    escapes['\\'] = '\\';
-    escapes['\n'] = 'n';
-    escapes['\r'] = 'r';
-    escapes['\t'] = 't';
-    escapes['\b'] = 'b';
-    return escapes;
-}
-constexpr std::array<char, 256> escapes = make_escapes();
-
-}  // namespace
-
-void json_append_string(std::string_view text, Text &out) {
-    out += '"';
-    size_t plain = 0;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (const char escape = escapes[static_cast<unsigned char>(text[i])]) {
-            out.append(text.data() + plain, i - plain);
-            out += '\\';
-            out += escape;
-            plain = i + 1;
-        }
+void JsonText::grow(size_t size) {
+    constexpr size_t first = 4096;
+    const size_t capacity = std::max({first, 2 * capacity_, size_ + size + 1});
+    void *block = sysmem_resizeptr(data_, static_cast<int64_t>(capacity));
+    if (!block) {
+        throw std::bad_alloc();
     }
-    out.append(text.data() + plain, text.size() - plain);
-    out += '"';
+    data_ = static_cast<char *>(block);
+    capacity_ = capacity;
 }
 
-bool json_append_atom(const Atom &atom, Text &out) {
+// Out of line: where the compiler knows that the count is small it sets bytes by a string
+// instruction, which is slower than the library.
+[[gnu::noinline]] void JsonText::put(char c, size_t count) {
+    char *to = room(count);
+    std::memset(to, c, count);
+    end(to + count);
+}
+
+void JsonText::put_quoted(std::string_view text) {
+    char *to = room(2 * text.size() + 2);
+    *to++ = '"';
+    const char *const last = text.data() + text.size();
+    for (const char *from = text.data(); from < last;) {
+        if (last - from >= 8 && !json_specials(from)) {
+            std::memcpy(to, from, 8);
+            to += 8;
+            from += 8;
+            continue;
+        }
+        const char c = *from++;
+        const char escape = escapes[static_cast<unsigned char>(c)];
+        *to = '\\';
+        to += escape ? 1 : 0;
+        *to++ = escape ? escape : c;
+    }
+    *to++ = '"';
+    end(to);
+}
+
+bool json_append_atom(const Atom &atom, JsonText &out) {
     try {
         return Writer(out).write(atom);
     } catch (const std::bad_alloc &) {
@@ -292,7 +340,7 @@ bool json_append_atom(const Atom &atom, Text &out) {
     }
 }
 
-bool json_from_dictionary(const Dictionary *dictionary, Text &out) {
+bool json_from_dictionary(const Dictionary *dictionary, JsonText &out) {
     return dictionary &&
            json_append_atom(atom_of_object(const_cast<Dictionary *>(dictionary)), out);
 }
@@ -304,7 +352,7 @@ namespace {
 // Collects text over several messages.
 struct WriterObject {
     Object ob;
-    Text *text;
+    JsonText *text;
 };
 
 struct {
@@ -313,18 +361,18 @@ struct {
 
 WriterObject *writer_new() noexcept {
     auto *writer = static_cast<WriterObject *>(object_alloc(state.writer_class));
-    void *block = writer ? sysmem_newptr(static_cast<int64_t>(sizeof(Text))) : nullptr;
+    void *block = writer ? sysmem_newptr(static_cast<int64_t>(sizeof(JsonText))) : nullptr;
     if (!block) {
         object_free(writer);
         return nullptr;
     }
-    writer->text = new (block) Text();
+    writer->text = new (block) JsonText();
     return writer;
 }
 
 void destroy(WriterObject *writer) noexcept {
     if (writer->text) {
-        writer->text->~Text();
+        writer->text->~JsonText();
         sysmem_freeptr(writer->text);
         writer->text = nullptr;
     }

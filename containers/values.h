@@ -32,10 +32,6 @@ struct Atomarray {
     void *obex;
 };
 
-namespace kiv {
-struct PackedEntries;
-}
-
 // Everything but the header is made when it is first needed (dictionary_index.cpp).
 struct Dictionary {
     Object ob;
@@ -43,7 +39,7 @@ struct Dictionary {
     Linklist *order;          // the same entries in insertion order; owns them
     CriticalRef transaction;  // owned; all ones: the global region
     void *obex;
-    kiv::PackedEntries *packed;  // owned; how a small dictionary begins that was read as a whole
+    int64_t packed;  // pairs behind the record, which a small dictionary begins with that was read
 };
 
 struct DictionaryEntry {
@@ -102,6 +98,8 @@ Atomarray *atomarray_adopt(int32_t count, const Atom *atoms) noexcept;
 // --- Dictionary entries (dictionary.cpp) ---------------------------------------------------------
 
 void dictionary_add_methods(Class *c) noexcept;  // dictionary_class.cpp
+// A new dictionary with room for `extra` bytes behind its record; null on no memory.
+Dictionary *dictionary_make(int64_t extra) noexcept;
 // Stores as every appender does; the value is the caller's again when this fails.
 ErrorCode dictionary_store(Dictionary *dictionary, Symbol *key, Atom value, int32_t flags) noexcept;
 
@@ -118,9 +116,9 @@ struct EntryView : KeyValue {
 // Most entries that look-ups walk through.
 inline constexpr int32_t most_walked = 16;
 
-// Fills a new dictionary with at most `most_walked` pairs of different keys, whose objects become
-// its own. False on no memory.
-bool dictionary_pack(Dictionary *dictionary, int32_t count, const KeyValue *pairs) noexcept;
+// A new dictionary of at most `most_walked` pairs of different keys, whose objects become its own.
+// Null on no memory.
+Dictionary *dictionary_pack(int32_t count, const KeyValue *pairs) noexcept;
 // Gives each entry its record, without which nothing can be changed. False on no memory.
 bool dictionary_unpack(Dictionary *dictionary) noexcept;
 // Takes everything out and frees it.

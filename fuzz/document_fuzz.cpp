@@ -271,10 +271,10 @@ std::string saved(Object *patcher) {
     Dictionary *inner = dictionary_new();
     object_method(patcher, gensym("appendtodictionary"), inner);
     dictionary_appenddictionary(outer, gensym("patcher"), inner);
-    Text text;
+    JsonText text;
     fuzz::require(json_from_dictionary(outer, text), "a patcher can be written");
     object_free(outer);
-    return std::string(text.data(), text.size());
+    return std::string(text.view());
 }
 
 Object *load(const std::string &text) {

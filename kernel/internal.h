@@ -7,6 +7,8 @@
 #include <kiv/symbol.h>
 
 #include <cstdarg>
+#include <cstring>
+#include <string_view>
 
 #include "platform/platform.h"
 
@@ -72,6 +74,15 @@ struct Class {
 
 namespace kiv {
 
+// --- Symbols -------------------------------------------------------------------------------------
+
+// What gensym gives for a name that need not end in a zero byte, and holds none. Null on no memory.
+Symbol *symbol_named(std::string_view name) noexcept;
+inline bool symbol_is(const Symbol *symbol, std::string_view name) noexcept {
+    return std::strncmp(symbol->name, name.data(), name.size()) == 0 &&
+           symbol->name[name.size()] == '\0';
+}
+
 // --- The validity test ---------------------------------------------------------------------------
 
 // The test is meant to read memory that may have been freed, which a sanitizer would report.
@@ -88,6 +99,8 @@ inline bool object_valid(const void *x) noexcept {
     return x != nullptr && (reinterpret_cast<uintptr_t>(x) & 7) == 0 && platform::readable_32(x) &&
            object_magic(x) == KIV_OBJECT_MAGIC;
 }
+// A new instance with room for `extra` bytes behind it, which are not cleared; null on no memory.
+Object *object_alloc_extra(Class *c, int64_t extra) noexcept;
 // The class of a live object.
 inline Class *class_of(const void *x) noexcept {
     return reinterpret_cast<Class *>((static_cast<const Object *>(x)->methods - 1)->selector);

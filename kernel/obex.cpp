@@ -179,21 +179,7 @@ ObexRecord *record_make(Object *x) {
 // The bit of a class's value keys that stands for no key: an instance has had a record.
 constexpr uint64_t has_records = uint64_t{1} << 63;
 
-// Whether an object certainly has no record. Most never get one, and a field that is still empty,
-// or a class none of whose instances ever had one, tells so without the lock, which freeing many
-// objects would feel.
-bool has_none(const Object *x) noexcept {
-    Class *const c = class_of(x);
-    if (c->obex_offset > 0) {
-        return !std::atomic_ref(field_of(x, c->obex_offset)).load();
-    }
-    return c->obex_offset < 0 || std::atomic_ref(c->value_keys).load() == 0;
-}
-
 ObexRecord *record_take(Object *x) noexcept {
-    if (has_none(x)) {
-        return nullptr;
-    }
     const int32_t offset = class_of(x)->obex_offset;
     const ObexLock lock(x);
     return offset > 0 ? std::atomic_ref(field_of(x, offset)).exchange(nullptr) : lock->remove(x);
@@ -201,10 +187,7 @@ ObexRecord *record_take(Object *x) noexcept {
 
 }  // namespace
 
-ObexRecord *obex_find(const Object *x) noexcept {
-    if (has_none(x)) {
-        return nullptr;
-    }
+ObexRecord *obex_look_up(const Object *x) noexcept {
     const ObexLock lock(x);
     return record_locked(x, lock);
 }
@@ -233,7 +216,7 @@ ObexRecord *obex_enforce(Object *x) noexcept {
     return made;
 }
 
-void obex_release(Object *x) noexcept {
+void obex_take(Object *x) noexcept {
     ObexRecord *const record = record_take(x);
     if (!record) {
         return;
@@ -262,14 +245,13 @@ void obex_unpin(ObexRecord *record) noexcept {
     }
 }
 
-ObexPin::ObexPin(const Object *x) noexcept : record_(nullptr) {
-    if (!has_none(x)) {
-        const ObexLock lock(x);
-        record_ = record_locked(x, lock);
-        if (record_) {
-            record_->pins.fetch_add(1);
-        }
+ObexRecord *obex_pin(const Object *x) noexcept {
+    const ObexLock lock(x);
+    ObexRecord *const record = record_locked(x, lock);
+    if (record) {
+        record->pins.fetch_add(1);
     }
+    return record;
 }
 
 uint32_t obex_flags(const Object *x) noexcept {

@@ -13,8 +13,10 @@
 #include <kiv/sysmem.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdarg>
+#include <cstring>
 
 #include "kernel/class_private.h"
 #include "kernel/dispatch_call.h"
@@ -29,37 +31,50 @@ struct {
     KernelHooks hooks{};
 } state;
 
-// Objects that the calling thread is freeing, innermost first.
+// Objects that the calling thread is freeing, innermost first, and how many of them there are of
+// each hash: the chain of a deeply nested structure need not be walked for every part of it.
 struct FreeFrame {
     const Object *object;
     FreeFrame *outer;
 };
-thread_local FreeFrame *innermost_free = nullptr;
+struct Freeing {
+    FreeFrame *innermost;
+    std::array<uint32_t, 256> counts;
 
-// An object that frees itself does so a few calls deep; the chain of a deeply nested structure is
-// not walked to its end for every part of it.
-bool is_freeing(const Object *x) {
-    constexpr int32_t far_enough = 32;
-    const FreeFrame *frame = innermost_free;
-    for (int32_t n = 0; frame && n < far_enough; ++n, frame = frame->outer) {
-        if (frame->object == x) {
-            return true;
-        }
+    uint32_t &count(const Object *x) noexcept {
+        return counts[(reinterpret_cast<uintptr_t>(x) >> 4) * 0x9e3779b97f4a7c15u >> 56];
     }
-    return false;
+};
+constinit thread_local Freeing freeing{};
+
+bool is_freeing(const Object *x) {
+    if (freeing.count(x) == 0) {
+        return false;
+    }
+    const FreeFrame *frame = freeing.innermost;
+    while (frame && frame->object != x) {
+        frame = frame->outer;
+    }
+    return frame != nullptr;
 }
 
 class FreeScope {
   public:
-    explicit FreeScope(const Object *x) noexcept : frame_{x, innermost_free} {
-        innermost_free = &frame_;
+    explicit FreeScope(const Object *x) noexcept
+        : frame_{x, freeing.innermost}, count_(freeing.count(x)) {
+        freeing.innermost = &frame_;
+        ++count_;
     }
-    ~FreeScope() { innermost_free = frame_.outer; }
+    ~FreeScope() {
+        freeing.innermost = frame_.outer;
+        --count_;
+    }
     FreeScope(const FreeScope &) = delete;
     FreeScope &operator=(const FreeScope &) = delete;
 
   private:
     FreeFrame frame_;
+    uint32_t &count_;
 };
 
 int64_t header_size(const Class *c) {
@@ -170,6 +185,22 @@ int32_t objects_being_freed() noexcept {
     return state.being_freed.load();
 }
 
+Object *object_alloc_extra(Class *c, int64_t extra) noexcept {
+    const int64_t size = std::max(int64_t{c->instance_size}, header_size(c));
+    auto *const x = static_cast<Object *>(sysmem_newptr(size + extra));
+    if (!x) {
+        return nullptr;
+    }
+    std::memset(static_cast<void *>(x), 0, static_cast<size_t>(size));
+    if (std::atomic_ref(c->instantiated).load(std::memory_order_relaxed) == 0) {
+        std::atomic_ref(c->instantiated).store(1, std::memory_order_relaxed);
+    }
+    std::atomic_ref(c->users).fetch_add(1, std::memory_order_relaxed);
+    x->methods = c->method_list + 1;
+    x->magic = KIV_OBJECT_MAGIC;
+    return x;
+}
+
 }  // namespace kiv
 
 using namespace kiv;
@@ -181,16 +212,7 @@ void *object_alloc(Class *c) noexcept {
     if (Object *const prepared = ConstructScope::allocate(&c)) {
         return prepared;
     }
-    const int64_t size = std::max(int64_t{c->instance_size}, header_size(c));
-    auto *const x = static_cast<Object *>(sysmem_newptrclear(size));
-    if (!x) {
-        return nullptr;
-    }
-    std::atomic_ref(c->instantiated).store(1, std::memory_order_relaxed);
-    std::atomic_ref(c->users).fetch_add(1, std::memory_order_relaxed);
-    x->methods = c->method_list + 1;
-    x->magic = KIV_OBJECT_MAGIC;
-    return x;
+    return object_alloc_extra(c, 0);
 }
 
 void *object_new_imp(Symbol *name_space, Symbol *class_name, void *p1, void *p2, void *p3, void *p4,

@@ -49,19 +49,40 @@ struct ObexRecord {
     static constexpr uintptr_t notify_unknown = 74;
 };
 
+// Whether an object certainly has no record. Most never get one, and a field that is still empty,
+// or a class none of whose instances ever had one, tells so without the lock, which freeing many
+// objects would feel.
+inline bool obex_none(const Object *x) noexcept {
+    Class *const c = class_of(x);
+    if (c->obex_offset > 0) {
+        const auto field = reinterpret_cast<uintptr_t>(x) + static_cast<uintptr_t>(c->obex_offset);
+        return !std::atomic_ref(*reinterpret_cast<ObexRecord **>(field)).load();
+    }
+    return c->obex_offset < 0 || std::atomic_ref(c->value_keys).load() == 0;
+}
+
 // The record of a live object; null when it has none.
-ObexRecord *obex_find(const Object *x) noexcept;
+ObexRecord *obex_look_up(const Object *x) noexcept;
+inline ObexRecord *obex_find(const Object *x) noexcept {
+    return obex_none(x) ? nullptr : obex_look_up(x);
+}
 // The same, made when missing; null when the class allows none or memory is exhausted.
 ObexRecord *obex_enforce(Object *x) noexcept;
 // Takes the record from an object that is being freed and frees the values it owns. The memory goes
 // with the last pin.
-void obex_release(Object *x) noexcept;
+void obex_take(Object *x) noexcept;
+inline void obex_release(Object *x) noexcept {
+    if (!obex_none(x)) {
+        obex_take(x);
+    }
+}
+ObexRecord *obex_pin(const Object *x) noexcept;
 void obex_unpin(ObexRecord *record) noexcept;
 
 // Keeps a record's memory for a scope.
 class ObexPin {
   public:
-    explicit ObexPin(const Object *x) noexcept;
+    explicit ObexPin(const Object *x) noexcept : record_(obex_none(x) ? nullptr : obex_pin(x)) {}
     ~ObexPin() {
         if (record_) {
             obex_unpin(record_);

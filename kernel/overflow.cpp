@@ -39,14 +39,13 @@ constexpr char disabled_text[] =
     "stack overflow -- outlets are disabled until this message is cleared";
 constexpr char involved_text[] = "this object was involved in a stack overflow";
 
-struct State {
-    platform::CriticalSection lock;
-    std::atomic<Report *> reports{nullptr};
-    std::atomic<Object *> last_object{nullptr};
-};
-State &state() {
-    static State instance;
-    return instance;
+// Asked for every object that is freed, so they stand apart from what start-up has to make.
+constinit std::atomic<Report *> reports{nullptr};
+constinit std::atomic<Object *> last_object{nullptr};
+
+platform::CriticalSection &reports_lock() {
+    static platform::CriticalSection lock;
+    return lock;
 }
 
 // The alert sets the count to 0 whatever it was, so that a thread that ends later finds it so.
@@ -79,7 +78,7 @@ Class *report_class() {
 }
 
 Report *find_report(const Object *patcher) {
-    Report *report = state().reports.load(std::memory_order_seq_cst);
+    Report *report = reports.load(std::memory_order_seq_cst);
     while (report && report->patcher.load(std::memory_order_seq_cst) != patcher) {
         report = report->next.load(std::memory_order_seq_cst);
     }
@@ -105,14 +104,14 @@ void enter_state(Object *object) {
     report->patcher = patcher;
     report->object = object;
     report->post = qelem_new(report, reinterpret_cast<Method>(report_post));
-    state().lock.enter();
+    reports_lock().enter();
     const bool already = find_report(patcher) != nullptr;
     if (!already) {
-        report->next = state().reports.load();
-        state().reports = report;
+        report->next = reports.load();
+        reports = report;
         overflow_count.fetch_add(1);
     }
-    state().lock.exit();
+    reports_lock().exit();
     if (already) {
         freeobject(report);
     } else {
@@ -125,8 +124,8 @@ template <class Match>
 void clear_reports(Match match) {
     for (;;) {
         Report *found = nullptr;
-        state().lock.enter();
-        std::atomic<Report *> *link = &state().reports;
+        reports_lock().enter();
+        std::atomic<Report *> *link = &reports;
         while (Report *report = link->load()) {
             if (match(report->patcher.load())) {
                 *link = report->next.load();
@@ -136,7 +135,7 @@ void clear_reports(Match match) {
             }
             link = &report->next;
         }
-        state().lock.exit();
+        reports_lock().exit();
         if (!found) {
             return;
         }
@@ -151,7 +150,7 @@ bool overflow_refuses(const SendState &thread, Object *owner) noexcept {
     if (thread.overflow) {
         return true;
     }
-    if (!owner || !state().reports.load(std::memory_order_relaxed)) {
+    if (!owner || !reports.load(std::memory_order_relaxed)) {
         return false;
     }
     return overflow_in_force(patcher_of(owner));
@@ -160,7 +159,7 @@ bool overflow_refuses(const SendState &thread, Object *owner) noexcept {
 void overflow_begin(SendState &thread, Object *owner) noexcept {
     thread.overflow_object = owner;
     thread.overflow = 1;
-    state().last_object = owner;
+    last_object = owner;
     overflow_count.fetch_add(1);
 }
 
@@ -174,19 +173,19 @@ void overflow_end(SendState &thread) noexcept {
 }
 
 void overflow_forget(const Object *x) noexcept {
-    if (Object *last = state().last_object.load(); last == x) {
-        state().last_object.compare_exchange_strong(last, nullptr);
+    if (Object *last = last_object.load(); last == x) {
+        last_object.compare_exchange_strong(last, nullptr);
     }
-    if (!state().reports.load()) {
+    if (!reports.load()) {
         return;
     }
     clear_reports([x](const Object *patcher) { return patcher == x; });
-    state().lock.enter();
-    for (Report *report = state().reports; report; report = report->next) {
+    reports_lock().enter();
+    for (Report *report = reports; report; report = report->next) {
         Object *gone = const_cast<Object *>(x);
         report->object.compare_exchange_strong(gone, nullptr);
     }
-    state().lock.exit();
+    reports_lock().exit();
 }
 
 void overflow_clear() noexcept {
@@ -203,7 +202,7 @@ bool overflow_in_force(const Object *patcher) noexcept {
 }
 
 void overflow_alert() noexcept {
-    Object *last = state().last_object.exchange(nullptr);
+    Object *last = last_object.exchange(nullptr);
     if (object_valid(last)) {
         object_error(last, involved_text);
         advise_explain("Stack overflow.",

@@ -30,7 +30,7 @@ namespace {
 
 constexpr uint32_t chain_modulus = 32749;  // the largest prime below chain_slots
 constexpr size_t chain_slots = 32768;
-constexpr int hashed_characters = 16;
+constexpr size_t hashed_characters = 16;
 constexpr size_t text_block_size = 32768;
 constexpr size_t longest_name = text_block_size - 1;
 constexpr size_t records_per_block = 160;
@@ -49,13 +49,13 @@ constinit Symbol predefined[] = {
 constexpr size_t predefined_count = std::size(predefined);
 static_assert(predefined_count == 533);
 
-constexpr uint32_t hash_name(const char *name, size_t length) {
-    if (length > hashed_characters && std::string_view(name, length).starts_with("obj:")) {
-        name += length - hashed_characters;
+constexpr uint32_t hash_name(std::string_view name) {
+    if (name.size() > hashed_characters && name.starts_with("obj:")) {
+        name.remove_prefix(name.size() - hashed_characters);
     }
     uint32_t hash = 1;
-    for (int i = 0; i < hashed_characters && name[i] != '\0'; ++i) {
-        const auto character = static_cast<uint32_t>(static_cast<signed char>(name[i]));
+    for (const char c : name.substr(0, hashed_characters)) {
+        const auto character = static_cast<uint32_t>(static_cast<signed char>(c));
         hash = (hash + character) * character;
     }
     return hash;
@@ -71,8 +71,7 @@ constexpr StaticTable fill_static_table() {
     };
     StaticTable table{};
     for (size_t i = 0; i < predefined_count; ++i) {
-        const std::string_view name = names[i];
-        size_t slot = hash_name(name.data(), name.size()) % table.size();
+        size_t slot = hash_name(names[i]) % table.size();
         while (table[slot]) {
             slot = (slot + 1) % table.size();
         }
@@ -97,10 +96,10 @@ struct SymbolTable {
 };
 constinit SymbolTable symbols;
 
-Symbol *find_static(const char *name, uint32_t hash) noexcept {
+Symbol *find_static(std::string_view name, uint32_t hash) noexcept {
     for (size_t slot = hash % static_table.size(); static_table[slot];
          slot = slot + 1 == static_table.size() ? 0 : slot + 1) {
-        if (std::strcmp(static_table[slot]->name, name) == 0) {
+        if (symbol_is(static_table[slot], name)) {
             return static_table[slot];
         }
     }
@@ -160,24 +159,44 @@ Symbol *insert(std::string_view name, uint32_t chain, uint32_t hash) noexcept {
 // A name that the index does not hold, which held `seen` records then.
 [[gnu::noinline]] Symbol *make(std::string_view name, uint32_t hash, uint64_t seen) noexcept {
     symbols.index.expect(hash);
-    const uint32_t stated = hash_name(name.data(), name.size());
+    const uint32_t stated = hash_name(name);
     const uint32_t chain = stated % chain_modulus;
     __builtin_prefetch(&symbols.chains[chain], 1);
     if (!symbols.started.load(std::memory_order_acquire)) {
-        if (Symbol *const symbol = find_static(name.data(), stated)) {
+        if (Symbol *const symbol = find_static(name, stated)) {
             return symbol;
         }
     }
     const Guard guard(symbols.lock);
     if (symbols.index.count() != seen) {
-        if (Symbol *const symbol = symbols.index.find(name.data(), hash)) {
+        if (Symbol *const symbol = symbols.index.find(name, hash)) {
             return symbol;
         }
     }
     return insert(name, chain, hash);
 }
 
+Symbol *intern(std::string_view name) noexcept {
+    const uint32_t hash = SymbolIndex::hash_of(name);
+    const uint64_t seen = symbols.index.count();
+    if (Symbol *const symbol = symbols.index.find(name, hash)) {
+        return symbol;
+    }
+    return make(name, hash, seen);
+}
+
 }  // namespace
+
+Symbol *symbol_named(std::string_view name) noexcept {
+    if (!name.starts_with('-')) {
+        return intern(name);
+    }
+    try {
+        return gensym(Text(name).c_str());
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
 
 void symbols_start() noexcept {
     critical_new(&symbols.lock);
@@ -214,12 +233,5 @@ Symbol *gensym(const char *text) noexcept {
     if (!text) {
         return &predefined[predefined_count - 1];
     }
-    text = *text == '-' ? context_prefixed(text) : text;
-    const std::string_view name = text;
-    const uint32_t hash = SymbolIndex::hash_of(name);
-    const uint64_t seen = symbols.index.count();
-    if (Symbol *const symbol = symbols.index.find(text, hash)) {
-        return symbol;
-    }
-    return make(name, hash, seen);
+    return intern(*text == '-' ? context_prefixed(text) : text);
 }

@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "kernel/internal.h"
+
 namespace kiv {
 
 namespace {
@@ -73,7 +75,7 @@ SymbolIndex::Table *SymbolIndex::make_table(uint64_t size) noexcept {
     return table;
 }
 
-Symbol *SymbolIndex::find(const char *name, uint32_t hash) const noexcept {
+Symbol *SymbolIndex::find(std::string_view name, uint32_t hash) const noexcept {
     const Table *const table = table_.load(std::memory_order_acquire);
     if (!table) {
         return nullptr;
@@ -86,7 +88,7 @@ Symbol *SymbolIndex::find(const char *name, uint32_t hash) const noexcept {
         if (present == hash) {
             Symbol *const symbol =
                 std::atomic_ref(table->symbols[at]).load(std::memory_order_acquire);
-            if (std::strcmp(symbol->name, name) == 0) {
+            if (symbol_is(symbol, name)) {
                 return symbol;
             }
         }

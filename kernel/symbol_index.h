@@ -25,8 +25,8 @@ class SymbolIndex {
     static uint32_t hash_of(std::string_view name) noexcept;  // never 0
 
     constexpr SymbolIndex() noexcept = default;
-    // The newest record of a NUL-terminated name and its hash, or null. Any thread.
-    Symbol *find(const char *name, uint32_t hash) const noexcept;
+    // The newest record of a name, of which this is the hash, or null. Any thread.
+    Symbol *find(std::string_view name, uint32_t hash) const noexcept;
     // Has the place of a record that is about to be added fetched into the cache meanwhile.
     void expect(uint32_t hash) const noexcept;
     // Grows with each record added: what was not found is still missing while it stays the same.

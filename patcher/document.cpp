@@ -250,7 +250,7 @@ int32_t patcher_save(Object *x, const char *file_name, int16_t path) noexcept {
     }
     const Owned<Dictionary> document = wrapped("patcher"_sym, std::move(content));
     try {
-        Text text;
+        JsonText text;
         if (!document || !json_from_dictionary(document.get(), text)) {
             return ErrorOutOfMemory;
         }

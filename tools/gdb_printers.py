@@ -123,7 +123,7 @@ class TablePrinter(EntriesPrinter):
 class DictionaryPrinter(EntriesPrinter):
     def to_string(self):
         order, packed = self.value["order"], self.value["packed"]
-        count = number(order["count"]) if order else int(packed["count"]) if packed else 0
+        count = number(order["count"]) if order else int(packed)
         return "dictionary of %d" % count
 
     def entries(self):
@@ -133,9 +133,9 @@ class DictionaryPrinter(EntriesPrinter):
             for item in items(order):
                 entry = item.cast(kind)
                 yield symbol_text(entry["key"]), atom_text(entry["value"])
-        elif packed:
-            pairs = (packed + 1).cast(gdb.lookup_type("kiv::KeyValue").pointer())
-            for index in range(int(packed["count"])):
+        else:
+            pairs = (self.value.address + 1).cast(gdb.lookup_type("kiv::KeyValue").pointer())
+            for index in range(int(packed)):
                 yield symbol_text(pairs[index]["key"]), atom_text(pairs[index]["value"])
 
 

@@ -598,6 +598,21 @@ TEST(Dictobj, SendsWhatCordsCanCarry) {
 
 // --- Files ---------------------------------------------------------------------------------------
 
+// The last one frees the first, which is being freed, from far inside.
+TEST(Dictionary, FreesARingOnce) {
+    const int64_t before = memory_live_blocks();
+    Dictionary *const first = dictionary_new();
+    Dictionary *last = first;
+    for (int i = 0; i < 200; ++i) {
+        Dictionary *const next = dictionary_new();
+        dictionary_appendobject(last, "next"_sym, next);
+        last = next;
+    }
+    dictionary_appendobject(last, "next"_sym, first);
+    object_free(first);
+    EXPECT_EQ(memory_live_blocks(), before);
+}
+
 TEST(Dictionary, IsReadFromAndWrittenToFiles) {
     const std::string folder = testing::TempDir();
     const int16_t path = path_frompathname(folder.c_str());

@@ -1,5 +1,7 @@
 #include <bit>
 #include <cmath>
+#include <cstdlib>
+#include <functional>
 #include <limits>
 #include <random>
 #include <set>
@@ -7,6 +9,7 @@
 #include <vector>
 
 #include "containers/json.h"
+#include "containers/values.h"
 #include "containers/values_support.h"
 
 namespace kiv::test {
@@ -103,7 +106,7 @@ TEST(JsonWriter, LaysOutNestedObjects) {
 TEST(JsonWriter, RefusesWhatIsNestedTooDeeply) {
     OwnedDictionary root = make_dictionary();
     dictionary_appendobject_flags(root.get(), "self"_sym, root.get(), ContainerReference);
-    Text text;
+    JsonText text;
     EXPECT_FALSE(json_from_dictionary(root.get(), text));
     EXPECT_EQ(take_texts(),
               (std::vector<std::string>{"jsonwriter: nested deeper than 1000 containers"}));
@@ -130,9 +133,9 @@ TEST(JsonWriter, WritesFloatsToTheLastDigit) {
         while (expected.ends_with('0') && expected[expected.size() - 2] != '.') {
             expected.pop_back();
         }
-        Text text;
+        JsonText text;
         json_append_atom(float_atom(i % 3 ? value : -value), text);
-        ASSERT_EQ(std::string_view(text), expected) << i;
+        ASSERT_EQ(text.view(), expected) << i;
     }
 }
 
@@ -189,6 +192,68 @@ TEST(JsonReader, ReadsNumbersBeyondADouble) {
         EXPECT_EQ(value, c.value) << c.number;
         dictionary_getfloat(dictionary.get(), "b"_sym, &value);
         EXPECT_EQ(value, 0.0);
+    }
+}
+
+// Few digits are converted by a shorter way than many; each must give the nearest double.
+TEST(JsonReader, ReadsDecimalsToTheLastBit) {
+    std::mt19937_64 random(3);
+    for (int i = 0; i < 20000; ++i) {
+        std::string digits = std::to_string(random() >> (random() % 60));
+        digits.insert(1 + random() % digits.size(), ".");
+        digits.insert(0, i % 3 ? "" : "-");
+        const OwnedDictionary dictionary = read_json("{\"a\":" + digits + "}");
+        double value = 0.0;
+        dictionary_getfloat(dictionary.get(), "a"_sym, &value);
+        ASSERT_EQ(std::bit_cast<uint64_t>(value),
+                  std::bit_cast<uint64_t>(std::strtod(digits.c_str(), nullptr)))
+            << digits;
+    }
+}
+
+// Names that begin like a context prefix are those that gensym makes of them.
+TEST(JsonReader, ReadsNamesWithTheContextPrefix) {
+    utils_setcontext(nullptr, 7);
+    utils_usecontext(1);
+    const OwnedDictionary dictionary = read_json(R"({"---key":"---value"})");
+    utils_usecontext(0);
+    Symbol *value = nullptr;
+    EXPECT_EQ(dictionary_getsym(dictionary.get(), "007key"_sym, &value), ErrorNone);
+    EXPECT_EQ(value, "007value"_sym);
+}
+
+TEST(JsonReader, RefusesAZeroByteInAString) {
+    const char json[] = "[\"a\0b\"]";
+    Object *result = nullptr;
+    char message[json_error_size];
+    EXPECT_NE(json_parse(json, sizeof json - 1, &result, message), ErrorNone);
+    EXPECT_STREQ(message, "parsing string, possible missing quote: line=1, char=4, text='...[\"a'");
+}
+
+// An array that was read begins in one block with its atoms: every change leaves it behind.
+TEST(JsonReader, MakesArraysThatChangeLikeAnyOther) {
+    const Atom seven = long_atom(7);
+    const struct {
+        std::function<ErrorCode(Atomarray *)> change;
+        const char *after;
+    } cases[] = {
+        {[&](Atomarray *array) { return atomarray_appendatom(array, &seven); }, "1 2 3 7"},
+        {[&](Atomarray *array) { return atomarray_chuckindex(array, 0); }, "2 3"},
+        {[&](Atomarray *array) { return atomarray_setatoms(array, 1, &seven); }, "7"},
+        {[&](Atomarray *array) { return atomarray_clear(array); }, ""},
+        {[&](Atomarray *array) { return atomarray_appendatoms(array, 2, array->atoms); },
+         "1 2 3 1 2"},
+    };
+    for (const auto &c : cases) {
+        const OwnedDictionary dictionary = read_json(R"({"a":[1,2,3]})");
+        Atomarray *array = nullptr;
+        dictionary_getatomarray(dictionary.get(), "a"_sym, &array);
+        for (int i = 0; i < 2; ++i) {  // the second time it has a block of its own
+            ASSERT_EQ(c.change(array), ErrorNone);
+            if (i == 0) {
+                EXPECT_EQ(text_of_atoms(array->count, array->atoms), c.after);
+            }
+        }
     }
 }
 
@@ -315,12 +380,30 @@ TEST(JsonReader, SurvivesFailingAllocations) {
     fail_each_allocation(
         [&dictionary] { return OwnedDictionary(dictionary_clone(dictionary.get())) != nullptr; });
     fail_each_allocation([&dictionary] {
-        Text text;
+        JsonText text;
         return json_from_dictionary(dictionary.get(), text);
     });
 }
 
 // --- Both ----------------------------------------------------------------------------------------
+
+// Strings are read and written by eights: each byte at each place in and around one.
+TEST(Json, KeepsEveryByteAtEveryPlaceOfAString) {
+    for (int byte = 1; byte < 256; ++byte) {
+        for (size_t length = 1; length <= 17; length += 4) {
+            for (size_t place = 0; place < length; ++place) {
+                std::string name(length, 'x');
+                name[place] = static_cast<char>(byte);
+                OwnedDictionary dictionary = make_dictionary();
+                dictionary_appendsym(dictionary.get(), "a"_sym, gensym(name.c_str()));
+                const OwnedDictionary again = read_json(write_json(dictionary.get()));
+                Symbol *value = nullptr;
+                dictionary_getsym(again.get(), "a"_sym, &value);
+                ASSERT_EQ(value, gensym(name.c_str())) << byte << " at " << place;
+            }
+        }
+    }
+}
 
 // Documents of random values; what the writer cannot keep apart (floats beyond 15 decimals) is left
 // out.

@@ -39,9 +39,9 @@ inline OwnedDictionary read_json(const std::string &text, std::string *message =
 }
 
 inline std::string write_json(const Dictionary *dictionary) {
-    Text text;
+    JsonText text;
     EXPECT_TRUE(json_from_dictionary(dictionary, text));
-    return {text.data(), text.size()};
+    return std::string(text.view());
 }
 
 // On one line, for comparing what a dictionary holds.

@@ -20,10 +20,10 @@ std::string saved(Object *patcher) {
     Dictionary *inner = dictionary_new();
     EXPECT_TRUE(patcher_write_dictionary(as_patcher(patcher), inner));
     dictionary_appenddictionary(outer, gensym("patcher"), inner);
-    Text text;
+    JsonText text;
     EXPECT_TRUE(json_from_dictionary(outer, text));
     object_free(outer);
-    return std::string(text.data(), text.size());
+    return std::string(text.view());
 }
 
 class PatcherDocumentTest : public DocumentTest {
