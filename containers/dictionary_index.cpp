@@ -26,7 +26,7 @@
 #include <utility>
 
 #include "containers/free_nested.h"
-#include "containers/linklist_record.h"
+#include "containers/hashtab_record.h"
 #include "containers/values.h"
 
 namespace kiv {
@@ -106,10 +106,9 @@ bool table_store(Hashtab *table, DictionaryEntry *entry) noexcept {
     if (hashtab_storeflags(table, key, entry, 0) != ErrorNone) {
         return false;
     }
-    // A store that finds no memory for its slot reports success: only a look-up tells. A client
-    // that was notified may have cleared the dictionary, and with it the table.
-    void *found = nullptr;
-    return !object_isvalid(table) || hashtab_lookup(table, key, &found) == ErrorNone;
+    // A store that finds no memory for its slot reports success. A client that was notified may
+    // have cleared the dictionary, and with it the table.
+    return !object_isvalid(table) || slot_list(table, slot_number(table, key));
 }
 
 void table_make(Dictionary *dictionary, Linklist *order) noexcept {

@@ -1,9 +1,10 @@
 // The index that a long slot list gets, so that finding one of its keys does not walk it.
 //
-// Open addressing with linear probing over a power of two of places, at most half of them taken.
-// It holds for each key the oldest of its entries, as a walk would find it; `hidden` counts the
-// younger ones, which only a store that forces duplicates makes. Removing shifts later entries
-// back, so there are no tombstones. Everything happens under the lock of the slot's list.
+// Open addressing with linear probing over a power of two of places, at most three quarters of them
+// taken. A place has the key beside the entry, so that only the entry sought is read. It holds for
+// each key the oldest of its entries, as a walk would find it; `hidden` counts the younger ones,
+// which only a store that forces duplicates makes. Removing shifts later entries back, so there are
+// no tombstones. Everything happens under the lock of the slot's list.
 #include <utility>
 
 #include "containers/hashtab_record.h"
@@ -16,11 +17,13 @@ struct SlotIndex {
     uint32_t taken;
     uint64_t hidden;
 
-    EntryRecord *&place(uint32_t i) noexcept {
-        return reinterpret_cast<EntryRecord **>(this + 1)[i];
-    }
-    EntryRecord *place(uint32_t i) const noexcept {
-        return reinterpret_cast<EntryRecord *const *>(this + 1)[i];
+    struct Place {
+        const void *key;
+        EntryRecord *entry;  // null: the place is free
+    };
+    Place &place(uint32_t i) noexcept { return reinterpret_cast<Place *>(this + 1)[i]; }
+    const Place &place(uint32_t i) const noexcept {
+        return reinterpret_cast<const Place *>(this + 1)[i];
     }
 };
 
@@ -37,29 +40,29 @@ uint32_t home_of(const SlotIndex *index, const void *key) noexcept {
 // The place of a key's entry, or the free place where it belongs.
 uint32_t place_of(const SlotIndex *index, const void *key) noexcept {
     uint32_t place = home_of(index, key);
-    while (index->place(place) && index->place(place)->key != key) {
+    while (index->place(place).entry && index->place(place).key != key) {
         place = (place + 1) & (index->capacity - 1);
     }
     return place;
 }
 
 void insert(SlotIndex *index, EntryRecord *entry) noexcept {
-    EntryRecord *&place = index->place(place_of(index, entry->key));
-    if (place) {
+    SlotIndex::Place &place = index->place(place_of(index, entry->key));
+    if (place.entry) {
         ++index->hidden;
     } else {
-        place = entry;
+        place = {entry->key, entry};
         ++index->taken;
     }
 }
 
-// Indexes the whole list anew, with room for as many entries again.
+// Indexes the whole list anew, with room for half as many entries again or more.
 SlotIndex *build(const Linklist *list) noexcept {
     uint32_t capacity = 64;
-    while (capacity < 4 * static_cast<uint32_t>(list->count.load(std::memory_order_relaxed))) {
+    while (capacity < 2 * static_cast<uint32_t>(list->count.load(std::memory_order_relaxed))) {
         capacity *= 2;
     }
-    const size_t bytes = sizeof(SlotIndex) + capacity * sizeof(EntryRecord *);
+    const size_t bytes = sizeof(SlotIndex) + capacity * sizeof(SlotIndex::Place);
     auto *index = static_cast<SlotIndex *>(sysmem_newptrclear(static_cast<int64_t>(bytes)));
     if (!index) {
         return nullptr;
@@ -76,12 +79,12 @@ SlotIndex *build(const Linklist *list) noexcept {
 // Frees a place and moves into it what would no longer be found behind the gap.
 void vacate(SlotIndex *index, uint32_t hole) noexcept {
     const uint32_t mask = index->capacity - 1;
-    index->place(hole) = nullptr;
+    index->place(hole) = {};
     --index->taken;
-    for (uint32_t i = (hole + 1) & mask; index->place(i); i = (i + 1) & mask) {
-        const uint32_t distance = (i - home_of(index, index->place(i)->key)) & mask;
+    for (uint32_t i = (hole + 1) & mask; index->place(i).entry; i = (i + 1) & mask) {
+        const uint32_t distance = (i - home_of(index, index->place(i).key)) & mask;
         if (distance >= ((i - hole) & mask)) {
-            index->place(hole) = std::exchange(index->place(i), nullptr);
+            index->place(hole) = std::exchange(index->place(i), {});
             hole = i;
         }
     }
@@ -100,7 +103,7 @@ EntryRecord *next_with_same_key(const EntryRecord *entry) noexcept {
 }  // namespace
 
 EntryRecord *index_find(const SlotIndex *index, const void *key) noexcept {
-    return index->place(place_of(index, key));
+    return index->place(place_of(index, key)).entry;
 }
 
 void index_add(SlotIndex *&index, const Linklist *list, EntryRecord *entry) noexcept {
@@ -108,7 +111,7 @@ void index_add(SlotIndex *&index, const Linklist *list, EntryRecord *entry) noex
         if (list->count.load(std::memory_order_relaxed) > longest_walk) {
             index = build(list);
         }
-    } else if ((index->taken + 1) * 2 <= index->capacity) {
+    } else if ((index->taken + 1) * 4 <= index->capacity * 3) {
         insert(index, entry);
     } else {
         sysmem_freeptr(index);
@@ -121,13 +124,13 @@ void index_remove(SlotIndex *index, const EntryRecord *entry) noexcept {
         return;
     }
     const uint32_t place = place_of(index, entry->key);
-    if (index->place(place) != entry) {
+    if (index->place(place).entry != entry) {
         --index->hidden;
         return;
     }
     EntryRecord *next = index->hidden > 0 ? next_with_same_key(entry) : nullptr;
     if (next) {
-        index->place(place) = next;
+        index->place(place).entry = next;
         --index->hidden;
     } else {
         vacate(index, place);
@@ -150,7 +153,7 @@ const char *index_check(const SlotIndex *index, const Linklist *list) noexcept {
     }
     uint32_t taken = 0;
     for (uint32_t i = 0; i < index->capacity; ++i) {
-        taken += index->place(i) != nullptr;
+        taken += index->place(i).entry != nullptr;
     }
     if (taken != index->taken || entries != index->taken + index->hidden) {
         return "a slot's index counts wrongly";
