@@ -40,6 +40,7 @@ void check_standard_input(const Options &options) {
 
 std::optional<int> read_options(int argc, char **argv, Options &options) {
     CLI::App cli{"Runs patcher documents.", "kiv"};
+    cli.allow_windows_style_options(false);  // a name may begin with a slash
     cli.set_version_flag("--version", "kiv " KIV_VERSION_TEXT);
     cli.add_option("DOCUMENT", options.documents,
                    "Patcher documents, run side by side; - reads one from standard input")

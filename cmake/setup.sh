@@ -18,7 +18,8 @@ install_packages() {
     [ "$(id -u)" = 0 ] || as_root=sudo
     echo "installing: $*" >&2
     $as_root apt-get update -qq >&2
-    $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "$@" >&2
+    $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+        -o DPkg::Lock::Timeout=300 "$@" >&2
 }
 
 ensure_build_tools() {

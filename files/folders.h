@@ -27,7 +27,6 @@ int16_t folder_count() noexcept;  // identifiers run from 1 to this
 // caller holds the region; throws std::bad_alloc.
 const Listing &folder_listing(int16_t path);
 
-bool path_is_absolute(const char *path) noexcept;
 // Joins a folder and a name into `out` (KIV_PATH_SIZE bytes); false when it does not fit.
 bool path_join(const char *folder, const char *name, char *out) noexcept;
 

@@ -146,14 +146,11 @@ const Listing &folder_listing(int16_t path) {
     return listing;
 }
 
-bool path_is_absolute(const char *path) noexcept {
-    return path[0] == '/' || (path[0] != '\0' && path[1] == ':' && path[2] == '/');
-}
-
 bool path_join(const char *folder, const char *name, char *out) noexcept {
     const size_t folder_length = std::strlen(folder);
     const size_t name_length = std::strlen(name);
-    const bool slash = folder_length > 0 && folder[folder_length - 1] != '/' && name_length > 0;
+    const char *const last = platform::last_separator(folder);
+    const bool slash = folder_length > 0 && last != folder + folder_length - 1 && name_length > 0;
     if (folder_length + name_length + (slash ? 1 : 0) >= KIV_PATH_SIZE) {
         return false;
     }
@@ -167,7 +164,7 @@ bool path_join(const char *folder, const char *name, char *out) noexcept {
 }
 
 bool path_split(const char *file_path, int16_t *path, const char **name) noexcept {
-    const char *slash = std::strrchr(file_path, '/');
+    const char *slash = platform::last_separator(file_path);
     *name = slash ? slash + 1 : file_path;
     if (!slash) {
         *path = path_frompathname(".");
@@ -205,7 +202,7 @@ ErrorCode path_topathname(int16_t path, const char *file_name, char *out) noexce
         return ErrorInvalidPointer;
     }
     const char *name = file_name ? file_name : "";
-    const char *folder = path == 0 || path_is_absolute(name) ? "" : folder_name(path);
+    const char *folder = path == 0 || platform::path_is_absolute(name) ? "" : folder_name(path);
     if (folder == nullptr || !path_join(folder, name, out)) {
         out[0] = '\0';
         return ErrorGeneric;

@@ -95,10 +95,10 @@ bool find_absolute(const Vector<Candidate> &candidates, Found &found) {
 
 bool find(const char *name, std::span<const uint32_t> types, Found &found) {
     const Vector<Candidate> candidates = candidates_of(name, types);
-    if (path_is_absolute(name)) {
+    if (platform::path_is_absolute(name)) {
         return find_absolute(candidates, found);
     }
-    Search search{&candidates, std::strchr(name, '/') != nullptr, &found};
+    Search search{&candidates, platform::last_separator(name) != nullptr, &found};
     return search_folders(find_in_folder, &search);
 }
 
@@ -178,24 +178,17 @@ int16_t locatefile_extended(char *name, int16_t *path, uint32_t *type, const uin
     } catch (const std::bad_alloc &) {
         return -1;
     }
-    char *slash = std::strrchr(found.file, '/');
-    const char *base = slash ? slash + 1 : found.file;
-    if (std::strlen(base) >= KIV_FILENAME_SIZE) {
-        return -1;
-    }
-    if (slash) {
-        // The root keeps its slash: it is the whole name of its folder.
-        char folder[KIV_PATH_SIZE];
-        const auto length = static_cast<size_t>(std::max(slash - found.file, ptrdiff_t{1}));
-        std::memcpy(folder, found.file, length);
-        folder[length] = '\0';
-        const int16_t identifier = path_frompathname(folder);
-        if (identifier == 0) {
+    const char *base = found.file;
+    if (platform::last_separator(found.file)) {
+        int16_t folder = 0;
+        if (!path_split(found.file, &folder, &base)) {
             return -1;
         }
         if (path) {
-            *path = identifier;
+            *path = folder;
         }
+    } else if (std::strlen(base) >= KIV_FILENAME_SIZE) {
+        return -1;
     }
     if (type) {
         *type = found.type;

@@ -131,7 +131,12 @@ char **command_line(int *argc, char **argv) noexcept;
 std::string environment(const char *name);  // a variable in UTF-8; empty when it is not set
 extern const char path_list_separator;      // between the folders of an environment variable
 
-// --- Files: UTF-8 names, '/' between folders -----------------------------------------------------
+// --- Files: UTF-8 names --------------------------------------------------------------------------
+
+// Names that are given out have '/' between folders; names that are taken may have whatever the
+// system takes.
+const char *last_separator(const char *path) noexcept;  // null when there is none
+bool path_is_absolute(const char *path) noexcept;
 
 struct FileInfo {
     bool exists;

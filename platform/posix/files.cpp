@@ -48,6 +48,14 @@ bool sync_folder_of(const char *path) {
 
 }  // namespace
 
+const char *last_separator(const char *path) noexcept {
+    return std::strrchr(path, '/');
+}
+
+bool path_is_absolute(const char *path) noexcept {
+    return path[0] == '/';
+}
+
 FileInfo file_info(const char *path) noexcept {
     struct stat status;
     if (stat(path, &status) != 0) {

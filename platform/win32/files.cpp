@@ -71,6 +71,17 @@ std::wstring to_system_path(const char *path) {
     return std::wstring(long_prefix) + full;
 }
 
+const char *last_separator(const char *path) noexcept {
+    const char *const last = std::strrchr(path, '/');
+    const char *const other = std::strrchr(last ? last : path, '\\');
+    return other ? other : last;
+}
+
+bool path_is_absolute(const char *path) noexcept {
+    const char *const root = path[0] != '\0' && path[1] == ':' ? path + 2 : path;
+    return *root == '/' || *root == '\\';
+}
+
 FileInfo file_info(const char *path) noexcept {
     WIN32_FILE_ATTRIBUTE_DATA data;
     try {

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "console/internal.h"
+#include "platform/testing/testing.h"
 #include "sched/internal.h"
 #include "support/console.h"
 
@@ -319,12 +320,12 @@ TEST(Console, ImmediateModeShowsBeforePostingReturns) {
 
 TEST(Console, EchoGoesToTheDebugOutput) {
     console_set_echo(true);
-    testing::internal::CaptureStderr();
+    debug_capture_start();
     error("echoed %d", 1);
     cpost("raw");
     console_set_echo(false);
     post("not echoed");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "echoed 1\nraw");
+    EXPECT_EQ(debug_capture_end(), "echoed 1\nraw");
     take_posts();
 }
 

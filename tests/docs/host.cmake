@@ -1,5 +1,5 @@
 # The command line of kiv: for each case what it is given, its exit status, and what it must print.
-#   cmake -DKIV=... -DWORK=... -P host.cmake
+#   cmake -DKIV=... [-DEMULATOR=...] -DWORK=... -P host.cmake
 set(hello ${CMAKE_CURRENT_LIST_DIR}/../../examples/hello.kivpat)
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK})
@@ -9,7 +9,7 @@ set(failed "")
 # expect(STATUS PATTERN INPUT ARGUMENTS...): INPUT is a file for standard input; both standard
 # output and standard error are matched.
 function(expect status pattern input)
-    execute_process(COMMAND ${KIV} ${ARGN} WORKING_DIRECTORY ${WORK} INPUT_FILE ${input}
+    execute_process(COMMAND ${EMULATOR} ${KIV} ${ARGN} WORKING_DIRECTORY ${WORK} INPUT_FILE ${input}
         OUTPUT_VARIABLE printed ERROR_VARIABLE printed RESULT_VARIABLE result TIMEOUT 60)
     if(NOT result STREQUAL status OR NOT printed MATCHES "${pattern}")
         message("kiv ${ARGN}\nended with ${result} and not ${status}, or printed no \"${pattern}\":\n${printed}")
@@ -61,6 +61,29 @@ expect(0 "want different arguments" empty --for 0 --path preferences wrong.kivpa
 expect(1 "not written" empty --for 0 --save no.kivpat nofile ${hello})
 expect(1 "nofile" empty --for 0 --save yes.kivpat ${hello} nofile)
 expect(0 "^print: Hello" empty --for 0 yes.kivpat)
+
+# Names beyond ASCII, on the command line and in what is read and printed; either slash where both are.
+file(COPY_FILE ${hello} "${WORK}/grüße ☃.kivpat")
+file(MAKE_DIRECTORY "${WORK}/größe")
+file(WRITE ${WORK}/lines "größe 1\n; kiv size\nnothing 2")
+expect(0 "^print: Hello" empty --for 0 --path größe "./grüße ☃.kivpat")
+expect(0 "error: größe: no such object" empty --for 0 --send "größe 1" ${hello})
+expect(0 "größe: no such object.*static symbols.*nothing: no such object" lines --interactive ${hello})
+expect(1 "opening nowhere/☃" empty nowhere/☃)
+if(EMULATOR)
+    string(REPLACE "/" "\\" backslashes "${WORK}/größe/../grüße ☃.kivpat")
+    expect(0 "^print: Hello" empty --for 0 "${backslashes}")
+    expect(0 "^print: Hello" empty --for 0 --path .\\größe ".\\grüße ☃.kivpat")
+endif()
+
+# A program that would run on ends well when it is interrupted.
+execute_process(COMMAND ${CMAKE_CURRENT_LIST_DIR}/interrupt ${WORK}/printed ${EMULATOR} ${KIV} ${hello}
+    RESULT_VARIABLE result TIMEOUT 60)
+if(NOT result STREQUAL 0)
+    message("interrupted, kiv ended with ${result}")
+    set(failed yes)
+endif()
+
 if(EXISTS ${WORK}/no.kivpat)
     message("a document that is not the first was saved")
     set(failed yes)

@@ -12,7 +12,7 @@ set(KIV_MODULE_FOLDER ${CMAKE_CURRENT_BINARY_DIR}/headers)
 kiv_add_module(exported ${source})
 target_link_libraries(exported PRIVATE kiv_warnings)
 add_test(NAME headers.EveryExportedFunctionIsThereForModules
-    COMMAND ${CMAKE_COMMAND} -DKIV=$<TARGET_FILE:kiv>
+    COMMAND ${CMAKE_COMMAND} -DKIV=$<TARGET_FILE:kiv> -DEMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}
         -DDOCUMENT=${CMAKE_CURRENT_LIST_DIR}/interface.kivpat
         -DEXPECTED=${CMAKE_CURRENT_LIST_DIR}/interface_expected.txt "-DARGUMENTS=--offline --for 0"
         -P ${CMAKE_CURRENT_SOURCE_DIR}/support/run_document.cmake)

@@ -6,10 +6,12 @@
 #include <kiv/symbol.h>
 #include <kiv/sysmem.h>
 
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -199,26 +201,82 @@ TEST_F(Dispatch, ObjectArgumentsComeFromAtomsAndFromBoundNames) {
               (Texts{"bound-object: garbage object", "bad arguments for message \"object\""}));
 }
 
-// Seven arguments, integers and doubles in turn: more of each than any calling convention has
-// registers for at once when they are mixed with the object.
-TEST_F(Dispatch, SevenMixedArgumentsArriveInOrder) {
-    class_addmethod(c_, method(note<double, int64_t, double, Symbol *, double, int64_t, int64_t>),
-                    "mixed", TypeFloat, TypeLong, TypeFloat, TypeSymbol, TypeFloat, TypeLong,
-                    TypeLong, 0);
-    class_addmethod(c_, method(note<double, double, double, double, double, double, double>),
-                    "floats", TypeFloat, TypeFloat, TypeFloat, TypeFloat, TypeFloat, TypeFloat,
-                    TypeFloat, 0);
-    class_addmethod(c_, method(note<int64_t, int64_t, int64_t, int64_t, int64_t, int64_t, int64_t>),
-                    "ints", TypeLong, TypeLong, TypeLong, TypeLong, TypeLong, TypeLong, TypeLong,
-                    0);
-    EXPECT_EQ(take_texts(), Texts(3, "class_addmethod: too many args!"));
-    send(x_, "mixed", atoms(1.5, 2, 3.5, "four", 5.5, 6, 7));
-    EXPECT_EQ(called, "called 1.500000 2 3.500000 four 5.500000 6 7");
-    send(x_, "floats", atoms(1, 2, 3, 4, 5, 6, 7));
-    EXPECT_EQ(called.substr(0, 25), "called 1.000000 2.000000 ");
-    EXPECT_EQ(called.substr(called.size() - 8), "7.000000");
-    send(x_, "ints", atoms(1, 2, 3, 4, 5, 6, 7));
-    EXPECT_EQ(called, "called 1 2 3 4 5 6 7");
+// --- Every mix of arguments: how many, and in the bits of a mask which of them are doubles
+// ---------
+
+std::vector<int64_t> arrived;  // integers as they came, doubles in negative halves
+
+int64_t seen(int64_t value) {
+    return value;
+}
+int64_t seen(double value) {
+    return -std::llround(2 * value);
+}
+
+template <class... Arguments>
+void *take_mix(void *, Arguments... arguments) {
+    arrived = {seen(arguments)...};
+    return nullptr;
+}
+template <class... Arguments>
+void *make_mix(Arguments... arguments) {
+    arrived = {seen(arguments)...};
+    return nullptr;
+}
+
+std::string mix_name(size_t count, size_t doubles, bool make) {
+    return (make ? "make " : "take ") + std::to_string(count) + " " + std::to_string(doubles);
+}
+
+template <bool is_double>
+using MixArgument = std::conditional_t<is_double, double, int64_t>;
+
+template <size_t doubles, size_t... n>
+void add_mix(Class *c, std::index_sequence<n...>) {
+    for (const bool make : {false, true}) {
+        const Method function = make ? method(make_mix<MixArgument<(doubles >> n & 1) != 0>...>)
+                                     : method(take_mix<MixArgument<(doubles >> n & 1) != 0>...>);
+        class_addmethod(c, function, mix_name(sizeof...(n), doubles, make).c_str(),
+                        (doubles >> n & 1 ? TypeFloat : TypeLong)..., 0);
+    }
+}
+
+template <size_t count, size_t... doubles>
+void add_mixes(Class *c, std::index_sequence<doubles...>) {
+    (add_mix<doubles>(c, std::make_index_sequence<count>()), ...);
+}
+
+template <size_t... count>
+void add_all_mixes(Class *c, std::index_sequence<count...>) {
+    (add_mixes<count>(c, std::make_index_sequence<(size_t{1} << count)>()), ...);
+}
+
+TEST_F(Dispatch, EveryMixOfIntegersAndDoublesArrives) {
+    constexpr size_t most = 7;
+    add_all_mixes(c_, std::make_index_sequence<most + 1>());
+    EXPECT_EQ(take_texts(), Texts(size_t{2} << most, "class_addmethod: too many args!"));
+    void *const maker = "#N"_sym->thing;
+    for (size_t shape = 1; shape < size_t{2} << most; ++shape) {
+        const size_t count = static_cast<size_t>(std::bit_width(shape)) - 1;
+        const size_t doubles = shape - (size_t{1} << count);
+        std::vector<Atom> values;
+        std::vector<int64_t> expected;
+        for (size_t n = 0; n < count; ++n) {
+            const auto value = static_cast<int64_t>(n + 1);
+            const int64_t wide = (int64_t{1} << 60) + value;
+            values.push_back(doubles >> n & 1 ? atom(static_cast<double>(value) + 0.5)
+                                              : atom(wide));
+            expected.push_back(doubles >> n & 1 ? -2 * value - 1 : wide);
+        }
+        for (const bool make : {false, true}) {
+            const std::string name = mix_name(count, doubles, make);
+            "#N"_sym->thing = make ? x_ : maker;  // whose methods get no object
+            arrived = {-1};
+            send(x_, name.c_str(), values);
+            EXPECT_EQ(arrived, expected) << name;
+        }
+    }
+    "#N"_sym->thing = maker;
 }
 
 TEST_F(Dispatch, AnythingTakesWhatNothingElseAnswers) {

@@ -64,12 +64,13 @@ class DocumentTest : public testing::Test {
     }
     void TearDown() override {
         path_setdefault(0, 0);
-        std::filesystem::remove_all(root);
+        std::error_code held;  // a module that is loaded: SetUp removes it the next time
+        std::filesystem::remove_all(root, held);
     }
     void put(const std::string &name, const std::string &text) const {
         std::ofstream(root / name, std::ios::binary) << text;
     }
-    std::string file(const std::string &name) const { return (root / name).string(); }
+    std::string file(const std::string &name) const { return (root / name).generic_string(); }
     int16_t id() const { return path_frompathname(root.string().c_str()); }
     static Object *load_text(const std::string &text) {
         return static_cast<Object *>(

@@ -6,13 +6,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#if __has_include(<sys/mman.h>)
-#include <sys/mman.h>
-#endif
+#include "platform/testing/testing.h"
 
 namespace kiv::platform {
 namespace {
@@ -34,45 +33,31 @@ TEST(Probe, TellsReadableMemoryFromTheRest) {
     }
 }
 
-#if __has_include(<sys/mman.h>)
 TEST(Probe, SeesTheEndOfTheReadableMemoryInsideItsRange) {
-    constexpr size_t size = 1 << 16;
-    auto *pages = static_cast<char *>(
-        mmap(nullptr, 2 * size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    ASSERT_NE(pages, MAP_FAILED);
-    ASSERT_EQ(mprotect(pages + size, size, PROT_NONE), 0);
-    EXPECT_TRUE(readable_32(pages + size - 32));
-    EXPECT_FALSE(readable_32(pages + size - 24));
-    EXPECT_FALSE(readable_32(pages + size));
-    munmap(pages, 2 * size);
-    EXPECT_FALSE(readable_32(pages));
+    const test::HalfReadable memory(1 << 16);
+    EXPECT_TRUE(readable_32(memory.middle() - 32));
+    EXPECT_FALSE(readable_32(memory.middle() - 24));
+    EXPECT_FALSE(readable_32(memory.middle()));
 }
 
-// A thread that has an alternate signal stack keeps it, and one that has none needs none.
+// A thread that has a stack for faults keeps it, and one that has none needs none.
 TEST(Probe, SurvivesFaultsOnAnyThreadAtOnce) {
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&wrong, t] {
-            std::vector<char> memory(1 << 16);
-            stack_t alternate{};
-            alternate.ss_sp = memory.data();
-            alternate.ss_size = memory.size();
-            if (t % 2 == 0 && sigaltstack(&alternate, nullptr) != 0) {
-                ++wrong;
+            std::optional<test::FaultStack> stack;
+            if (t % 2 == 0) {
+                stack.emplace();
             }
             for (int i = 0; i < 2000; ++i) {
                 if (readable_32(at(8 * static_cast<uintptr_t>(i))) || !readable_32(&i)) {
                     ++wrong;
                 }
             }
-            stack_t present{};
-            if (t % 2 == 0 &&
-                (sigaltstack(nullptr, &present) != 0 || present.ss_sp != alternate.ss_sp)) {
+            if (stack && !stack->in_place()) {
                 ++wrong;
             }
-            alternate.ss_flags = SS_DISABLE;
-            sigaltstack(&alternate, nullptr);
         });
     }
     for (std::thread &thread : threads) {
@@ -80,7 +65,6 @@ TEST(Probe, SurvivesFaultsOnAnyThreadAtOnce) {
     }
     EXPECT_EQ(wrong, 0);
 }
-#endif
 
 TEST(ProbeDeathTest, LeavesOtherFaultsToTheirHandlers) {
     EXPECT_DEATH({ *reinterpret_cast<volatile int *>(uintptr_t{16}) = 1; }, "");
@@ -201,7 +185,8 @@ TEST(Files, WriteReplaceVisitRemove) {
     const std::filesystem::path folder =
         std::filesystem::temp_directory_path() / ("kiv-platform-" + std::to_string(std::rand()));
     std::filesystem::create_directories(folder / "sub");
-    const std::string first = (folder / "a").string(), second = (folder / "b").string();
+    const std::string first = (folder / "a").generic_string(),
+                      second = (folder / "b").generic_string();
 
     int32_t error = 0;
     EXPECT_EQ(file_open(first.c_str(), FileMode::read, &error), nullptr);
@@ -239,7 +224,7 @@ TEST(Files, WriteReplaceVisitRemove) {
     char absolute[4096];
     const std::string odd = (folder / "sub" / ".." / "b").string();
     EXPECT_TRUE(path_absolute(odd.c_str(), absolute, sizeof absolute));
-    EXPECT_EQ(absolute, std::filesystem::canonical(second).string());
+    EXPECT_EQ(absolute, std::filesystem::canonical(second).generic_string());
     EXPECT_FALSE(path_absolute(odd.c_str(), absolute, 5));
     EXPECT_TRUE(file_remove(second.c_str()));
     EXPECT_FALSE(file_remove(second.c_str()));

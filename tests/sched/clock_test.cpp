@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "kernel/internal.h"
+#include "platform/testing/testing.h"
 #include "sched/internal.h"
 #include "sched/midi_queue.h"
 #include "sched/scheduler.h"
@@ -493,6 +494,62 @@ TEST_F(ClockTest, EveryClockFiresOnceWhileOverdriveAndIntervalChange) {
     }
     EXPECT_FALSE(interval_set(0.5));
     EXPECT_FALSE(interval_set(20.5));
+}
+
+TEST_F(ClockTest, WithNothingDueNothingRuns) {
+    Clock *const late = clock_new(nullptr, method(+[](void *) {}));
+    for (const bool overdrive : {false, true}) {
+        overdrive_set(overdrive);
+        system_timer_start();
+        clock_fdelay(late, 1e7);
+        main_wait(50.0);  // what starting has woken
+        main_wait(50.0);
+        const double start = time_now();
+        const double used = test::processor_ms();
+        main_wait(1000.0);
+        EXPECT_GE(time_now() - start, 999.0) << "something woke the main thread";
+        EXPECT_LT(test::processor_ms() - used, 100.0);
+        system_timer_stop();
+    }
+    overdrive_set(false);
+    object_free(late);
+}
+
+// As a metro does it, for half a second.
+TEST_F(ClockTest, AClockInOverdriveKeepsItsCount) {
+    struct Metro {
+        Clock *clock;
+        std::vector<double> times;
+        double least_late;  // of the last ten ticks: some come late on a busy machine, hardly all
+    };
+    static constexpr size_t count = 50;
+    static std::atomic<bool> done{false};
+    Metro metro{nullptr, {}, 1e9};
+    metro.clock = clock_new(&metro, method(+[](Metro *m) {
+        double now = 0.0;
+        scheduler_gettime(nullptr, &now);
+        m->times.push_back(now);
+        if (m->times.size() > count - 10) {
+            m->least_late = std::min(m->least_late, time_now() - now);
+        }
+        if (m->times.size() < count) {
+            clock_fdelay(m->clock, 10.0);
+        }
+        done = m->times.size() == count;
+    }));
+    overdrive_set(true);
+    system_timer_start();
+    clock_fdelay(metro.clock, 10.0);
+    while (!done) {
+        systhread_sleep(1);
+    }
+    system_timer_stop();
+    overdrive_set(false);
+    for (size_t i = 1; i < count; ++i) {
+        EXPECT_NEAR(metro.times[i] - metro.times[0], 10.0 * static_cast<double>(i), 1e-6);
+    }
+    EXPECT_LT(metro.least_late, 5.0);
+    object_free(metro.clock);
 }
 
 }  // namespace

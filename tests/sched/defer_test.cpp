@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/testing/testing.h"
 #include "sched/internal.h"
 #include "support/console.h"
 
@@ -207,11 +208,11 @@ TEST(Defer, ACallThatCannotCopyItsAtomsSaysSo) {
     atom_setlong(&atom, 1);
     defer_low(nullptr, method(note), ""_sym, 1, &atom);  // what is made once is there from now on
     run_queues();
-    testing::internal::CaptureStderr();
+    test::debug_capture_start();
     memory_fail_at(2);  // the record is the first allocation
     EXPECT_EQ(defer_low(nullptr, method(note), ""_sym, 1, &atom), nullptr);
     memory_fail_at(0);
-    testing::internal::GetCapturedStderr();
+    test::debug_capture_end();
     EXPECT_EQ(test::take_texts(),
               (std::vector<std::string>{"sysmem_newptr: unable to allocate block of size 16!"}));
 }

@@ -6,9 +6,12 @@
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
+#include <random>
 #include <thread>
 #include <vector>
 
+#include "platform/platform.h"
+#include "platform/testing/testing.h"
 #include "sched/internal.h"
 
 namespace kiv {
@@ -60,7 +63,7 @@ TEST(CriticalRegions, NestAndExclude) {
 }
 
 TEST(Mutexes, WithoutMemoryMeanTheGlobalRegion) {
-    testing::internal::CaptureStderr();
+    test::debug_capture_start();
     MutexRef mutex = reinterpret_cast<MutexRef>(1);
     memory_fail_at(1);
     EXPECT_EQ(systhread_mutex_new(&mutex, 0), 1u);
@@ -74,7 +77,7 @@ TEST(Mutexes, WithoutMemoryMeanTheGlobalRegion) {
     systhread_mutex_unlock(mutex);
     EXPECT_TRUE(enters_elsewhere(global_region));
     EXPECT_EQ(systhread_mutex_free(mutex), 0u);
-    testing::internal::GetCapturedStderr();
+    test::debug_capture_end();
 }
 
 TEST(Mutexes, AreMadeOnceByWhoeverComesFirst) {
@@ -321,8 +324,8 @@ TEST(Rwlocks, ReadersNeverSeeAWriterHalfway) {
 // --- Semaphores ----------------------------------------------------------------------------------
 
 std::string unique_name(const char *name) {
-    return name + std::to_string(std::hash<std::thread::id>()(std::this_thread::get_id())) +
-           std::to_string(reinterpret_cast<uintptr_t>(&name));
+    std::random_device random;
+    return name + std::to_string(random()) + std::to_string(random());
 }
 
 TEST(Semaphores, CountFromTheirFirstValueToTheMaximum) {
@@ -355,8 +358,19 @@ TEST(Semaphores, CountFromTheirFirstValueToTheMaximum) {
     EXPECT_EQ(syssem_close(nullptr), -1);
 }
 
-TEST(SemaphoresDeathTest, ReachOtherProcessesAndOutliveTheirEnd) {
+// A name that a test shares with the process it starts, which may run the test from its beginning.
+std::string shared_name() {
+    constexpr const char *variable = "KIV_TEST_SEMAPHORE";
+    if (testing::internal::InDeathTestChild()) {
+        return platform::environment(variable);
+    }
     const std::string name = unique_name("process");
+    test::environment_set(variable, name);
+    return name;
+}
+
+TEST(SemaphoresDeathTest, ReachOtherProcesses) {
+    const std::string name = shared_name();
     SyssemRef semaphore = nullptr;
     ASSERT_EQ(syssem_create(&semaphore, name.c_str(), 0, 0), 0);
     const auto post_twice = [&] {
@@ -370,12 +384,16 @@ TEST(SemaphoresDeathTest, ReachOtherProcessesAndOutliveTheirEnd) {
     EXPECT_EQ(syssem_wait(semaphore), 0);
     EXPECT_EQ(syssem_trywait(semaphore), -1);
     syssem_close(semaphore);
+}
 
+TEST(SemaphoresDeathTest, GoWithAProcessThatLeavesThemBehind) {
+    const std::string name = shared_name();
     const auto leave_behind = [&] {
         SyssemRef other = nullptr;
         std::_Exit(syssem_create(&other, name.c_str(), 0, 7) == 0 ? 0 : 1);
     };
     EXPECT_EXIT(leave_behind(), testing::ExitedWithCode(0), "");
+    SyssemRef semaphore = nullptr;
     ASSERT_EQ(syssem_create(&semaphore, name.c_str(), 0, 1), 0);
     EXPECT_EQ(syssem_wait(semaphore), 0);
     EXPECT_EQ(syssem_trywait(semaphore), -1);

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/testing/testing.h"
 #include "sched/internal.h"
 #include "sched/small_blocks.h"
 
@@ -43,42 +44,40 @@ TEST(Memory, RefusesWhatIsNoBlock) {
     for (void *ptr : {static_cast<void *>(foreign + 16), static_cast<void *>(foreign + 17),
                       freed_small, reinterpret_cast<void *>(uintptr_t{4096})}) {
         const int64_t live = memory_live_blocks();
-        testing::internal::CaptureStderr();
+        test::debug_capture_start();
         sysmem_freeptr(ptr);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  bad_pointer("sysmem_freeptr: trying to free", ptr));
-        testing::internal::CaptureStderr();
+        EXPECT_EQ(test::debug_capture_end(), bad_pointer("sysmem_freeptr: trying to free", ptr));
+        test::debug_capture_start();
         EXPECT_EQ(sysmem_resizeptr(ptr, 10), nullptr);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+        EXPECT_EQ(test::debug_capture_end(),
                   bad_pointer("sysmem_resizeptr: trying to resize", ptr));
         EXPECT_EQ(sysmem_ptrsize(ptr), 0);
         EXPECT_EQ(memory_live_blocks(), live);
     }
-    testing::internal::CaptureStderr();
+    test::debug_capture_start();
     sysmem_freeptr(nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(test::debug_capture_end(), "");
 }
 
 TEST(Memory, FailureGivesNullAndAMessage) {
     EXPECT_EQ(sysmem_newptr(0), nullptr);
     for (const int64_t size : {int64_t{-1}, INT64_MIN, INT64_MAX, INT64_MAX - 16}) {
-        testing::internal::CaptureStderr();
+        test::debug_capture_start();
         EXPECT_EQ(sysmem_newptr(size), nullptr);
-        EXPECT_EQ(
-            testing::internal::GetCapturedStderr(),
-            "sysmem_newptr: unable to allocate block of size " + std::to_string(size) + "!\n");
+        EXPECT_EQ(test::debug_capture_end(), "sysmem_newptr: unable to allocate block of size " +
+                                                 std::to_string(size) + "!\n");
     }
     // The n-th from now, and only that one; resizing counts when it allocates.
     void *kept = sysmem_newptrclear(2000);
     const int64_t live = memory_live_blocks();
-    testing::internal::CaptureStderr();
+    test::debug_capture_start();
     memory_fail_at(2);
     void *first = sysmem_newptr(8);
     EXPECT_NE(first, nullptr);
     EXPECT_EQ(sysmem_resizeptrclear(kept, 4000), nullptr);
     EXPECT_EQ(sysmem_ptrsize(kept), 2000);
     sysmem_freeptr(sysmem_newptr(8));
-    testing::internal::GetCapturedStderr();
+    test::debug_capture_end();
     sysmem_freeptr(first);
     EXPECT_EQ(memory_live_blocks(), live);
     sysmem_freeptr(kept);
@@ -196,7 +195,7 @@ TEST(Handles, GrowAtBothEnds) {
 TEST(Handles, SurviveFailedAllocationsAndStrangers) {
     Handle handle = sysmem_newhandleclear(2);
     EXPECT_EQ(content(handle), std::string(2, 0));
-    testing::internal::CaptureStderr();
+    test::debug_capture_start();
     const std::string large(5000, 'x');
     memory_fail_at(1);
     EXPECT_EQ(sysmem_ptrandhand(large.data(), handle, 5000), ErrorOutOfMemory);
@@ -214,7 +213,7 @@ TEST(Handles, SurviveFailedAllocationsAndStrangers) {
     }
     sysmem_freeptr(block);
     sysmem_freehandle(handle);
-    testing::internal::GetCapturedStderr();
+    test::debug_capture_end();
 }
 
 }  // namespace

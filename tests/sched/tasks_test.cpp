@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kernel/internal.h"
+#include "platform/testing/testing.h"
 #include "sched/internal.h"
 #include "support/console.h"
 
@@ -46,9 +47,9 @@ TEST(QuitTasks, RunNewestFirstAndMayChangeTheList) {
     quittask_remove(method(note));  // the newest of them
     quittask_remove2(method(note), &numbers[2]);
     quittask_remove2(method(note), &numbers[2]);
-    testing::internal::CaptureStderr();
+    test::debug_capture_start();
     quittasks_run();
-    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+    EXPECT_NE(test::debug_capture_end(), "");
     EXPECT_EQ(quit_order, (std::vector<int>{3, 4, 1}));
     quittasks_run();
     EXPECT_EQ(quit_order.size(), 3u);
@@ -301,11 +302,11 @@ TEST(BackgroundTasks, ReportWhatARoutineThrowsAndWhatHasNoMemory) {
               std::vector<std::string>{"background task: the routine threw an exception"});
     Job job;
     auto *task = reinterpret_cast<BackgroundTask *>(&job);
-    testing::internal::CaptureStderr();
+    test::debug_capture_start();
     memory_fail_at(1);
     EXPECT_EQ(start(&owner, job, &task), failed);
     EXPECT_EQ(task, nullptr);
-    testing::internal::GetCapturedStderr();
+    test::debug_capture_end();
     EXPECT_EQ(backgroundtask_execute(&owner, nullptr, nullptr, nullptr, &task, 0), failed);
 }
 

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "platform/platform.h"
+#include "platform/testing/testing.h"
 #include "sched/internal.h"
 
 namespace kiv {
@@ -75,10 +76,10 @@ TEST(Threads, CannotStart) {
     const int64_t live = memory_live_blocks();
     for (const bool memory : {false, true}) {
         id = 99;
-        testing::internal::CaptureStderr();
+        test::debug_capture_start();
         memory_fail_at(memory ? 0 : 1);
         const uint32_t result = systhread_create(method(report), nullptr, INT64_MAX, 0, 0, &id);
-        testing::internal::GetCapturedStderr();
+        test::debug_capture_end();
         EXPECT_EQ(result == failed, !memory);
         EXPECT_NE(result, 0u);
         EXPECT_EQ(id, 0u);
@@ -130,7 +131,7 @@ TEST(Threads, EveryEndCallsTheHookOnce) {
         Method entry;
         uint32_t code;
     } cases[] = {{method(return_at_once), 0}, {method(exit_with_5), 5}, {method(throw_out), 0}};
-    testing::internal::CaptureStderr();
+    test::debug_capture_start();
     for (const auto &entry : cases) {
         ended = 0;
         ThreadId id = 0;
@@ -140,7 +141,7 @@ TEST(Threads, EveryEndCallsTheHookOnce) {
         EXPECT_EQ(code, entry.code);
         EXPECT_EQ(ended, 1);
     }
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("exception"), std::string::npos);
+    EXPECT_NE(test::debug_capture_end().find("exception"), std::string::npos);
     set_thread_end_hook(nullptr);
 }
 

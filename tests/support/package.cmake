@@ -12,7 +12,7 @@ endfunction()
 file(REMOVE_RECURSE ${WORK})
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/installed)
 run(${CMAKE_COMMAND} -S ${SOURCE}/examples/module -B ${WORK}/module -G Ninja
-    -DCMAKE_PREFIX_PATH=${WORK}/installed -DCMAKE_FIND_ROOT_PATH=${WORK}/installed
+    -DCMAKE_PREFIX_PATH=${WORK}/installed
     -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN})
 run(${CMAKE_COMMAND} --build ${WORK}/module)
 run(${EMULATOR} ${WORK}/installed/bin/kiv${SUFFIX} --offline --for 0 --path ${WORK}/module
