@@ -136,7 +136,7 @@ State &state() {
     return classes;
 }
 
-// The same attribute again, with a value and attributes of its own; filters stay behind.
+// The same attribute again, with filters, a value and attributes of its own.
 void *attribute_clone(Attribute *a) {
     Attribute *copy = make(class_of(a), a->name->name, a->type, static_cast<int32_t>(flags_of(a)),
                            a->get, a->set);
@@ -146,6 +146,10 @@ void *attribute_clone(Attribute *a) {
     copy->offset = a->offset;
     copy->size = a->size;
     copy->count_offset = a->count_offset;
+    if (!filters_copy(a, copy)) {
+        object_free(copy);
+        return nullptr;
+    }
     if (class_of(a) == state().held) {
         copy->value = sysmem_newptrclear(sizeof(Atom));
         critical_new(&copy->lock);

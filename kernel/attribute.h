@@ -101,6 +101,7 @@ ErrorCode filters_set(const Attribute *attribute, void *x, int32_t argc, Atom *a
 ErrorCode filters_get(const Attribute *attribute, void *x, int32_t argc, Atom *argv) noexcept;
 bool has_filters(const Attribute *attribute, FilterChain direction) noexcept;
 void filters_free(Attribute *attribute) noexcept;
+bool filters_copy(const Attribute *from, Attribute *to) noexcept;  // false without memory
 
 // A whole value, in an array that the getter makes.
 class Value {

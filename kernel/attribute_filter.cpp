@@ -132,6 +132,23 @@ void filters_free(Attribute *attribute) noexcept {
     }
 }
 
+bool filters_copy(const Attribute *from, Attribute *to) noexcept {
+    for (int chain = 0; chain < filter_chains; ++chain) {
+        Filter **end = &to->filters[chain];
+        for (const Filter *filter = from->filters[chain]; filter; filter = filter->next) {
+            auto *copy = static_cast<Filter *>(sysmem_newptr(sizeof(Filter)));
+            if (!copy) {
+                return false;
+            }
+            *copy = *filter;
+            copy->next = nullptr;
+            *end = copy;
+            end = &copy->next;
+        }
+    }
+    return true;
+}
+
 }  // namespace kiv
 
 using namespace kiv;

@@ -331,6 +331,7 @@ void jbox_ready(Jbox *box) noexcept {
         if (part->object && !as_patcher(part->object)) {
             apply_saved(part->object, source);
         }
+        box_read_settings(box, source);
         if (holds_subpatcher(box)) {
             keep_subpatcher(part);
         }

@@ -121,6 +121,42 @@ TEST_F(BoxTest, OrderAndIdEntriesPlaceTheBox) {
     EXPECT_EQ(take_texts(), Texts{});
 }
 
+TEST_F(BoxTest, SettingsOfAttributesBelongToOneBox) {
+    Object *set = make(R"({"kivclass":"dial","saved_attribute_attributes":{
+        "level":{"label":"Loudness","range":[0,11],"deep":{"x":1}},"nothing":{"label":"x"},"hidden":5}})");
+    Object *plain = make(R"({"kivclass":"dial"})");
+    const auto setting = [](Object *box, Symbol *name) {
+        void *attribute = object_attr_get(box, "level"_sym);
+        return object_attr_get(attribute, name) ? object_attr_getsym(attribute, name) : ""_sym;
+    };
+    EXPECT_STREQ(setting(set, "label"_sym)->name, "Loudness");
+    EXPECT_STRNE(setting(plain, "label"_sym)->name, "Loudness");
+    object_attr_setfloat(set, "level"_sym, 0.5);
+    EXPECT_EQ(object_attr_getfloat(set, "level"_sym), 0.5);
+
+    object_attr_setsym(object_attr_get(set, "level"_sym), "label"_sym, "Volume"_sym);
+    Dictionary *d = written(set);
+    Dictionary *all = nullptr;
+    Dictionary *level = nullptr;
+    ASSERT_EQ(dictionary_getdictionary(d, "saved_attribute_attributes"_sym, &all), 0);
+    ASSERT_EQ(dictionary_getdictionary(all, "level"_sym, &level), 0);
+    Symbol *label = nullptr;
+    int32_t argc = 0;
+    Atom *argv = nullptr;
+    Dictionary *part = nullptr;
+    EXPECT_EQ(dictionary_getsym(level, "label"_sym, &label), 0);
+    EXPECT_EQ(label, "Volume"_sym);
+    EXPECT_EQ(dictionary_getatoms(level, "range"_sym, &argc, &argv), 0);
+    EXPECT_EQ(argc, 2);
+    EXPECT_EQ(dictionary_getdictionary(level, "deep"_sym, &part), 0);
+    EXPECT_TRUE(dictionary_hasentry(all, "nothing"_sym));
+    EXPECT_TRUE(dictionary_hasentry(all, "hidden"_sym));
+    object_free(d);
+    d = written(plain);
+    EXPECT_FALSE(dictionary_hasentry(d, "saved_attribute_attributes"_sym));
+    object_free(d);
+}
+
 TEST_F(BoxTest, WrongValuesLeaveTheBoxAsItWas) {
     for (const char *wrong :
          {R"("fontsize":"big")", R"("patching_rect":"wide")", R"("hidden":{})", R"("color":[])",
