@@ -56,7 +56,7 @@ bool leaks() noexcept {
 // inputs. Names live in large blocks: when more blocks live than at the last look, another is worth
 // its time.
 void settle() noexcept {
-    constexpr int64_t slack = 16;  // pools grow and shrink by a few
+    constexpr int64_t slack = 64;  // pools grow and shrink
     static int64_t most_blocks = 0;
     console_drain();
     const int64_t blocks = memory_live_blocks();
