@@ -23,8 +23,8 @@ struct BoxClass {
 };
 const BoxClass *box_class(Class *c) noexcept;  // null without memory
 
-// The settings of single attributes ("saved_attribute_attributes"): applied to the box and the object
-// in it, and written as they are now. Writing answers false without memory.
+// The settings of single attributes ("saved_attribute_attributes"): applied to the box and the
+// object in it, and written as they are now. Writing answers false without memory.
 void box_read_settings(Jbox *box, Dictionary *dictionary) noexcept;
 bool box_write_settings(Jbox *box, Dictionary *dictionary) noexcept;
 

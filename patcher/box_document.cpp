@@ -153,8 +153,7 @@ bool box_write_dictionary(Jbox *box, Dictionary *dictionary) noexcept {
     return write_ports(box, dictionary) && write_geometry(part, dictionary) &&
            write_fields(box, dictionary) && write_saved(as_object(box), dictionary) &&
            write_object(box, dictionary) && box_write_settings(box, dictionary) &&
-           write_unknown(box, dictionary) &&
-           write_subpatcher(box, dictionary);
+           write_unknown(box, dictionary) && write_subpatcher(box, dictionary);
 }
 
 }  // namespace kiv

@@ -44,8 +44,8 @@ std::string whole_document() {
                             R"("midpoints":[1,2],"odd":1}})"});
 }
 
-// True while a failure is still to come: the load made fewer allocations than were allowed, by a few
-// more than a share steps over, since not every load makes the same number.
+// True while a failure is still to come: the load made fewer allocations than were allowed, by a
+// few more than a share steps over, since not every load makes the same number.
 bool failure_waits() {
     bool waits = false;
     for (int i = 0; i < 8 * shares && !waits; ++i) {
