@@ -53,7 +53,9 @@ bool is_still_stored(const Hashtab *table, const void *key, const void *entry) n
     if (slot.find() == entry) {
         return true;
     }
-    return slot.list() && element_holding(slot.list(), entry);
+    // One with the entry's address may be another that got its memory.
+    const LinklistElement *holding = slot.list() ? element_holding(slot.list(), entry) : nullptr;
+    return holding && static_cast<const EntryRecord *>(holding->item)->key == key;
 }
 
 Linklist *first_list(const Hashtab *table) noexcept {
