@@ -520,16 +520,17 @@ TEST_F(ClockTest, AClockInOverdriveKeepsItsCount) {
     struct Metro {
         Clock *clock;
         std::vector<double> times;
-        double least_late;  // of the last ten ticks: some come late on a busy machine, hardly all
+        double least_late;  // of the later half: some come late on a busy machine, hardly all
     };
     static constexpr size_t count = 50;
-    static std::atomic<bool> done{false};
+    static std::atomic<bool> done;
+    done = false;
     Metro metro{nullptr, {}, 1e9};
     metro.clock = clock_new(&metro, method(+[](Metro *m) {
         double now = 0.0;
         scheduler_gettime(nullptr, &now);
         m->times.push_back(now);
-        if (m->times.size() > count - 10) {
+        if (m->times.size() > count / 2) {
             m->least_late = std::min(m->least_late, time_now() - now);
         }
         if (m->times.size() < count) {
@@ -537,6 +538,7 @@ TEST_F(ClockTest, AClockInOverdriveKeepsItsCount) {
         }
         done = m->times.size() == count;
     }));
+    slop_set(1e5);  // however late a tick comes, the next one counts from when it was due
     overdrive_set(true);
     system_timer_start();
     clock_fdelay(metro.clock, 10.0);
@@ -545,6 +547,7 @@ TEST_F(ClockTest, AClockInOverdriveKeepsItsCount) {
     }
     system_timer_stop();
     overdrive_set(false);
+    slop_set(25.0);
     for (size_t i = 1; i < count; ++i) {
         EXPECT_NEAR(metro.times[i] - metro.times[0], 10.0 * static_cast<double>(i), 1e-6);
     }
