@@ -64,13 +64,15 @@ uint32_t SymbolIndex::hash_of(std::string_view name) noexcept {
 SymbolIndex::Table *SymbolIndex::make_table(uint64_t size) noexcept {
     constexpr uint64_t largest_size = uint64_t{1} << 31;  // the hash has no more bits
     const uint64_t bytes = sizeof(Table) + size * (sizeof(Symbol *) + sizeof(uint32_t));
-    void *const block =
-        size <= largest_size ? sysmem_newptrclear(static_cast<int64_t>(bytes)) : nullptr;
+    void *const block = size <= largest_size ? sysmem_newptr(static_cast<int64_t>(bytes)) : nullptr;
     auto *const table = static_cast<Table *>(block);
     if (table) {
+        platform::prefer_large_pages(block, bytes);
+        *table = Table{};
         table->mask = size - 1;
         table->symbols = reinterpret_cast<Symbol **>(table + 1);
         table->hashes = reinterpret_cast<uint32_t *>(table->symbols + size);
+        std::memset(table->hashes, 0, size * sizeof(uint32_t));
     }
     return table;
 }
@@ -80,6 +82,7 @@ Symbol *SymbolIndex::find(std::string_view name, uint32_t hash) const noexcept {
     if (!table) {
         return nullptr;
     }
+    __builtin_prefetch(&table->symbols[table->home(hash)]);  // needed found or not
     for (uint64_t at = table->home(hash);; at = table->next(at)) {
         const uint32_t present = std::atomic_ref(table->hashes[at]).load(std::memory_order_acquire);
         if (present == 0) {
@@ -139,7 +142,7 @@ void SymbolIndex::add(Symbol *symbol, uint32_t hash) noexcept {
     }
     std::atomic_ref(table->symbols[at]).store(symbol, std::memory_order_release);
     std::atomic_ref(table->hashes[at]).store(hash, std::memory_order_release);
-    count_.fetch_add(1, std::memory_order_release);
+    count_.store(count_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
 }  // namespace kiv

@@ -11,6 +11,7 @@
 #endif
 #include <pthread.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <ucontext.h>
 #if defined(__linux__)
 #include <linux/membarrier.h>
@@ -154,6 +155,18 @@ bool barrier_everywhere() noexcept {
     return registered && barrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
 #else
     return false;
+#endif
+}
+
+void prefer_large_pages([[maybe_unused]] void *block, [[maybe_unused]] size_t size) noexcept {
+#if defined(MADV_HUGEPAGE)
+    constexpr uintptr_t large_page = uintptr_t{1} << 21;
+    const uintptr_t begin = reinterpret_cast<uintptr_t>(block);
+    const uintptr_t first = (begin + large_page - 1) / large_page * large_page;
+    const uintptr_t end = (begin + size) / large_page * large_page;
+    if (first < end) {
+        madvise(reinterpret_cast<void *>(first), end - first, MADV_HUGEPAGE);
+    }
 #endif
 }
 

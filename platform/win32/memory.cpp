@@ -63,4 +63,7 @@ bool barrier_everywhere() noexcept {
     return true;
 }
 
+// They are for processes with a privilege of their own.
+void prefer_large_pages(void *, size_t) noexcept {}
+
 }  // namespace kiv::platform
