@@ -84,8 +84,13 @@ Symbol *obj_name(const Symbol *selector) {
     return gensym(selector->name + obj_prefix_length);
 }
 
+// Whether a typed wrapper may take the method's place.
+bool is_wrappable(const MethodRecord *method) {
+    return method->types[0] == TypeCant || method->types[0] == TypeGimmeBack;
+}
+
 const MethodRecord *wrapped(const Class *c, const MethodRecord *method) {
-    if (method && (method->types[0] == TypeCant || method->types[0] == TypeGimmeBack)) {
+    if (method && is_wrappable(method)) {
         if (const MethodRecord *const wrapper =
                 class_typedwrapper_get(const_cast<Class *>(c), method->selector)) {
             return wrapper;
@@ -129,7 +134,8 @@ void *call_found(Object *x, const MethodRecord *method, Symbol *selector, int32_
         });
     } else {
         Arguments arguments;
-        if (!convert_arguments(x, selector, method->types, argc, argv, &arguments)) {
+        if (!take_arguments(method->types, argc, argv, &arguments) &&
+            !convert_arguments(x, selector, method->types, argc, argv, &arguments)) {
             return nullptr;
         }
         result = call_guarded(selector,
@@ -295,12 +301,18 @@ void *typedmess(void *x, Symbol *selector, int32_t argc, Atom *argv) noexcept {
         return nullptr;
     }
     auto *const object = static_cast<Object *>(x);
+    const int32_t count = argv && argc > 0 ? argc : 0;
+    // Most messages are for a method of the class that is called as it is.
+    const MethodRecord *const own = find_method(object, selector);
+    if (own && !is_wrappable(own)) [[likely]] {
+        return call_found(object, own, selector, count, argv);
+    }
     const MethodRecord *const method = typed_method(object, selector);
     if (!method) {
         object_error(x, "doesn't understand \"%s\"", selector->name);
         return nullptr;
     }
-    return typed_call(object, method, selector, argv && argc > 0 ? argc : 0, argv);
+    return typed_call(object, method, selector, count, argv);
 }
 
 void *object_method_imp(void *x, Symbol *selector, void *p1, void *p2, void *p3, void *p4, void *p5,

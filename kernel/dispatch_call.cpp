@@ -35,18 +35,25 @@ ArgumentType<is_double> argument(const Word &word) {
     }
 }
 
-template <uint32_t doubles, size_t... n>
-KIV_CALLS_ANY_TYPE void *call_with_object(Method function, void *x, [[maybe_unused]] const Word *w,
-                                          std::index_sequence<n...>) {
-    using Type = void *(*)(void *, ArgumentType<((doubles >> n) & 1) != 0>...);
-    return reinterpret_cast<Type>(function)(x, argument<((doubles >> n) & 1) != 0>(w[n])...);
+// Argument n of a shape, counted from the first, is a double.
+constexpr bool is_double_in(size_t shape, size_t arity, size_t n) {
+    return (shape >> (arity - 1 - n) & 1) != 0;
 }
 
-template <uint32_t doubles, size_t... n>
+template <size_t shape, size_t... n>
+KIV_CALLS_ANY_TYPE void *call_with_object(Method function, void *x, [[maybe_unused]] const Word *w,
+                                          std::index_sequence<n...>) {
+    using Type = void *(*)(void *, ArgumentType<is_double_in(shape, sizeof...(n), n)>...);
+    return reinterpret_cast<Type>(function)(
+        x, argument<is_double_in(shape, sizeof...(n), n)>(w[n])...);
+}
+
+template <size_t shape, size_t... n>
 KIV_CALLS_ANY_TYPE void *call_without(Method function, [[maybe_unused]] const Word *w,
                                       std::index_sequence<n...>) {
-    using Type = void *(*)(ArgumentType<((doubles >> n) & 1) != 0>...);
-    return reinterpret_cast<Type>(function)(argument<((doubles >> n) & 1) != 0>(w[n])...);
+    using Type = void *(*)(ArgumentType<is_double_in(shape, sizeof...(n), n)>...);
+    return reinterpret_cast<Type>(function)(
+        argument<is_double_in(shape, sizeof...(n), n)>(w[n])...);
 }
 
 // Shapes are numbered by a leading one and then a bit for each argument: count 0 is 1, count 1 is
@@ -64,10 +71,9 @@ constexpr size_t arity_of(size_t shape) {
 template <size_t shape>
 void *call(Method function, void *x, const Word *words) {
     constexpr size_t arity = arity_of(shape);
-    constexpr auto doubles = static_cast<uint32_t>(shape - (size_t{1} << arity));
     const auto numbers = std::make_index_sequence<arity>{};
-    return x ? call_with_object<doubles>(function, x, words, numbers)
-             : call_without<doubles>(function, words, numbers);
+    return x ? call_with_object<shape>(function, x, words, numbers)
+             : call_without<shape>(function, words, numbers);
 }
 
 using Caller = void *(*)(Method function, void *x, const Word *words);
@@ -109,18 +115,6 @@ bool object_argument(Object *x, const Atom &atom, Word *out) {
         return true;
     }
     return false;
-}
-
-// Takes an argument that has the declared type already, as most have.
-inline bool take_exact(uint8_t type, const Atom &atom, Word *out) {
-    static constexpr uint8_t declared[] = {TypeNothing, TypeLong, TypeFloat, TypeSymbol,
-                                           TypeObject,  TypeLong, TypeFloat, TypeSymbol};
-    if (type >= std::size(declared) || atom.type != declared[type] ||
-        (atom.type == TypeSymbol && !atom.value.sym)) {
-        return false;
-    }
-    std::memcpy(out, &atom.value, sizeof *out);
-    return true;
 }
 
 bool convert(Object *x, uint8_t type, const Atom &atom, Word *out) {
@@ -198,19 +192,14 @@ KIV_CALLS_ANY_TYPE void *call_words(Method function, void *const w[8]) {
 }  // namespace
 
 void *call_shape(Method function, void *x, const Arguments &arguments) {
-    const auto shape = (size_t{1} << static_cast<uint32_t>(arguments.count)) | arguments.doubles;
-    return table[shape](function, x, arguments.words);
+    return table[arguments.shape](function, x, arguments.words);
 }
 
 bool convert_arguments(Object *x, Symbol *message, const uint8_t *types, int32_t argc,
                        const Atom *argv, Arguments *out) noexcept {
+    out->shape = 1;
     int32_t n = 0;
-    uint32_t doubles = 0;
     for (; n < most_arguments && types[n] != TypeNothing; ++n) {
-        if (n < argc && take_exact(types[n], argv[n], &out->words[n])) {
-            doubles |= uint32_t{argv[n].type == TypeFloat} << n;
-            continue;
-        }
         if (n < argc) {
             if (!convert(x, types[n], argv[n], &out->words[n])) {
                 return refuse(x, message);
@@ -226,12 +215,8 @@ bool convert_arguments(Object *x, Symbol *message, const uint8_t *types, int32_t
                     return refuse(x, message);
             }
         }
-        if (is_double(types[n])) {
-            doubles |= uint32_t{1} << n;
-        }
+        out->add_to_shape(is_double(types[n]));
     }
-    out->count = n;
-    out->doubles = doubles;
     if (argc > n) {
         report_extra(x, message);
     }
@@ -245,7 +230,8 @@ void *construct_typed(const MethodRecord &constructor, Symbol *name, int32_t arg
         return call_guarded(name, [&] { return call_atoms(function, name, argc, argv); });
     }
     Arguments arguments;
-    if (!convert_arguments(nullptr, name, constructor.types, argc, argv, &arguments)) {
+    if (!take_arguments(constructor.types, argc, argv, &arguments) &&
+        !convert_arguments(nullptr, name, constructor.types, argc, argv, &arguments)) {
         return nullptr;
     }
     return call_guarded(name, [&] { return call_shape(function, nullptr, arguments); });
