@@ -15,6 +15,11 @@
 // --- Records -------------------------------------------------------------------------------------
 // Fields in the order of the record; what stands below "ours" is private.
 
+namespace kiv {
+// What an outlet's type stands for; methods are cached for the kinds that a send tells apart.
+enum class MessageKind : uint8_t { other, bang, integer, real, list };
+}  // namespace kiv
+
 // One for each cord. `next` and `receiver` are read by sends without a lock; everything else
 // changes under the lock of the connections (outlet_connect.cpp).
 struct Connection {
@@ -43,6 +48,8 @@ struct Outlet {
     uint32_t words[2];
     uint64_t wide;
     uint8_t flags;
+    // ours
+    kiv::MessageKind kind;  // what `type` stands for
 };
 
 struct Inlet {
@@ -82,19 +89,33 @@ enum InletFlag : uint16_t { InletRecords = 1 };
 
 // --- The send state of a thread (outlet_memory.cpp) ----------------------------------------------
 
+enum Unwinding : int32_t { NotUnwinding, UnwindingNow, UnwindingEnds };
+
 struct SendState {
-    int32_t depth;            // sends under way
     const char *stack_limit;  // no send starts at or below it
     Object *overflow_object;
-    int32_t overflow;  // non-zero while the thread unwinds from an overflow
+    int32_t overflow;  // non-zero while the thread unwinds from an overflow: an Unwinding
     // ours
-    const MessageEntry *messages;  // the sends under way, while they are debugged
-    // Grows at the beginning and at the end of every section, so it is odd inside one.
-    std::atomic<uint64_t> sections;
-    uint64_t awaited;  // guarded by the lock of retired memory, as the links are
+    std::atomic<uint64_t> position;  // where the thread is (namespace position)
+    const MessageEntry *messages;    // the sends under way, while they are debugged
+    uint64_t awaited;                // guarded by the lock of retired memory, as the links are
     SendState *next;
     SendState *previous;
 };
+
+// The sends under way on a thread, its other sections (stacks do not hold a million of either), and
+// how often it left its outermost one.
+namespace position {
+inline constexpr uint64_t send = 1;
+inline constexpr uint64_t visit = uint64_t{1} << 20;
+inline constexpr uint64_t generation = uint64_t{1} << 40;
+constexpr uint64_t sends(uint64_t at) {
+    return at & (visit - 1);
+}
+constexpr bool is_inside(uint64_t at) {
+    return (at & (generation - 1)) != 0;
+}
+}  // namespace position
 
 extern constinit thread_local SendState *this_send_state;
 SendState *send_state_make() noexcept;  // null when memory is exhausted
@@ -104,43 +125,67 @@ inline SendState *send_state() noexcept {
     return this_send_state ? this_send_state : send_state_make();
 }
 
-// Whether blocks that were retired wait for the end of a section.
-extern constinit std::atomic<bool> reclaim_due;
-void memory_reclaim() noexcept;
+// All that a send has to look at beyond its own outlet, in one word, which is 0 nearly always.
+namespace watch {
+inline constexpr uint64_t overflow = 1;  // the number of overflow conditions in force: 32 bits
+inline constexpr uint64_t overflow_mask = 0xffffffff;
+inline constexpr uint64_t unwinding = uint64_t{1} << 32;  // the number of threads: 16 bits
+inline constexpr uint64_t debugging = uint64_t{1} << 48;  // messages are debugged
+inline constexpr uint64_t reclaim = uint64_t{1} << 49;    // retired blocks wait for a section's end
+inline constexpr uint64_t barriers = uint64_t{1} << 50;   // sections have to order memory
+}  // namespace watch
+// Alone in its cache line.
+struct alignas(64) Watched : std::atomic<uint64_t> {
+    using atomic::atomic;
+};
+extern constinit Watched watched;
 
-// Whether whoever frees records orders all threads' memory, so that a section needs no barrier.
-extern constinit bool sections_are_light;
+inline uint64_t watching(uint64_t what) noexcept {
+    return watched.load(std::memory_order_relaxed) & what;
+}
+// Writes only what changes: every send of every thread reads the word.
+inline void watch_set(uint64_t what, bool on) noexcept {
+    if (watching(what) == (on ? what : 0)) {
+        return;
+    }
+    if (on) {
+        watched.fetch_or(what, std::memory_order_relaxed);
+    } else {
+        watched.fetch_and(~what, std::memory_order_relaxed);
+    }
+}
+
+void memory_reclaim() noexcept;
+void section_opened(SendState &state) noexcept;
+void section_closed(SendState &state) noexcept;
 
 // While a thread is in a section, records that were reachable during it keep their memory.
 class Section {
   public:
-    explicit Section(SendState &state) noexcept
-        : state_(state), count_(state.sections.load(std::memory_order_relaxed)) {
-        if (is_outermost()) {
-            state.sections.store(count_ + 1, std::memory_order_relaxed);
-            if (sections_are_light) {
-                std::atomic_signal_fence(std::memory_order_seq_cst);
-            } else {
-                state.sections.exchange(count_ + 1, std::memory_order_seq_cst);
-            }
+    // `watching_now` is what is watched, if the caller knows.
+    explicit Section(SendState &state, uint64_t unit = position::visit,
+                     uint64_t watching_now = watched.load(std::memory_order_relaxed)) noexcept
+        : state_(state), before_(state.position.load(std::memory_order_relaxed)) {
+        state.position.store(before_ + unit, std::memory_order_relaxed);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if (watching_now != 0) [[unlikely]] {
+            section_opened(state);
         }
     }
     ~Section() {
-        if (is_outermost()) {
-            state_.sections.store(count_ + 2, std::memory_order_release);
-            if (reclaim_due.load(std::memory_order_relaxed)) {
-                memory_reclaim();
-            }
+        const uint64_t after =
+            position::is_inside(before_) ? before_ : before_ + position::generation;
+        state_.position.store(after, std::memory_order_release);
+        if (watched.load(std::memory_order_relaxed) != 0) [[unlikely]] {
+            section_closed(state_);
         }
     }
     Section(const Section &) = delete;
     Section &operator=(const Section &) = delete;
 
   private:
-    bool is_outermost() const noexcept { return (count_ & 1) == 0; }
-
     SendState &state_;
-    uint64_t count_;  // when it began
+    uint64_t before_;
 };
 
 // --- Through which proxy the message that runs came in (proxy.cpp) -------------------------------
@@ -234,8 +279,7 @@ void monitors_tell(const Connection *connection, Object *receiver, Symbol *selec
 
 // --- Message debugging (message_stack.cpp) -------------------------------------------------------
 
-extern constinit std::atomic<bool> message_debugging;
-bool message_debugged_here() noexcept;  // asked only while message_debugging is set
+bool message_debugged_here() noexcept;  // asked only while watch::debugging is set
 // Whether the debugger pauses the send of an entry before this delivery.
 bool message_pauses(MessageEntry *entry, Object *receiver) noexcept;
 
@@ -249,8 +293,7 @@ void inlet_anything(Inlet *inlet, Symbol *selector, int32_t argc, Atom *argv) no
 
 // --- The overflow state (overflow.cpp) -----------------------------------------------------------
 
-extern constinit std::atomic<int32_t> overflow_count;
-// Whether a send by an object of `owner` is refused; only asked while overflow_count is not 0.
+// Whether a send by an object of `owner` is refused; only asked while watch::overflow is not 0.
 bool overflow_refuses(const SendState &state, Object *owner) noexcept;
 void overflow_begin(SendState &state, Object *owner) noexcept;
 void overflow_end(SendState &state) noexcept;    // the thread's outermost send is over

@@ -15,8 +15,6 @@
 
 namespace kiv {
 
-constinit std::atomic<bool> message_debugging{false};
-
 namespace {
 
 struct State {
@@ -51,7 +49,7 @@ bool message_pauses(MessageEntry *entry, Object *receiver) noexcept {
 void message_debugging_set(MessageDebugger debugger, void *argument) noexcept {
     state.argument.store(argument, std::memory_order_relaxed);
     state.debugger.store(debugger, std::memory_order_release);
-    message_debugging.store(debugger != nullptr, std::memory_order_relaxed);
+    watch_set(watch::debugging, debugger != nullptr);
 }
 
 const MessageEntry *message_stack() noexcept {

@@ -29,11 +29,20 @@ void outlet_free(Outlet *outlet) noexcept {
     }
 }
 
+MessageKind kind_of(const Symbol *type) {
+    return type == "bang"_sym    ? MessageKind::bang
+           : type == "int"_sym   ? MessageKind::integer
+           : type == "float"_sym ? MessageKind::real
+           : type == "list"_sym  ? MessageKind::list
+                                 : MessageKind::other;
+}
+
 Outlet *outlet_make(void *owner, Symbol *type, Outlet **link) {
     auto *outlet = static_cast<Outlet *>(object_alloc(outlet_class()));
     if (outlet) {
         outlet->owner = static_cast<Object *>(owner);
         outlet->type = type;
+        outlet->kind = kind_of(type);
         outlet->next = *link;
         *link = outlet;
     }

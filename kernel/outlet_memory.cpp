@@ -3,14 +3,14 @@
 // A send walks connections without a lock while receivers and other threads free connections,
 // outlets, inlets and proxies. Their memory is therefore retired, not freed:
 // 1. A thread reads such records only inside a section, which an outermost send or proxy message
-//    opens. The section count of its send state is odd meanwhile.
+//    opens. The position in its send state says so meanwhile.
 // 2. Whoever frees a record first makes it unreachable, then retires it.
 // 3. A retired block is freed once every thread that was inside a section after the retirement has
 //    been seen outside of it, or in a later one.
-// A thread whose count is read as even cannot find the record any more: between making it
-// unreachable and reading the counts, the memory of all threads is ordered (barrier_everywhere), so
-// that a section, of which there are millions a second, has no barrier of its own. Where the system
-// cannot do that, each section has one. With no other thread nothing has to be ordered; with
+// A thread that is read as outside cannot find the record any more: between making it
+// unreachable and reading the positions, the memory of all threads is ordered (barrier_everywhere),
+// so that a section, of which there are millions a second, has no barrier of its own. Where the
+// system cannot do that, each section has one. With no other thread nothing has to be ordered; with
 // others, blocks are collected to a batch, since ordering all threads takes a system call.
 //
 // Two lists suffice: `waiting` holds the blocks for which every state remembers the section to wait
@@ -27,8 +27,8 @@
 namespace kiv {
 
 constinit thread_local SendState *this_send_state = nullptr;
-constinit std::atomic<bool> reclaim_due{false};
-constinit bool sections_are_light = false;
+// Barriers until the system is known to do without (inlets_start).
+constinit Watched watched{watch::barriers};
 
 namespace {
 
@@ -99,8 +99,9 @@ bool is_alone() {
 // Whether every thread has left the section that the waiting blocks wait for. Under the lock.
 bool waiting_is_over() {
     for (const SendState *thread = state().threads; thread; thread = thread->next) {
-        if (thread->awaited &&
-            thread->sections.load(std::memory_order_seq_cst) == thread->awaited) {
+        const uint64_t now = thread->position.load(std::memory_order_seq_cst);
+        if (thread->awaited && position::is_inside(now) &&
+            now / position::generation == thread->awaited / position::generation) {
             return false;
         }
     }
@@ -113,13 +114,13 @@ void wait_for_fresh() {
         state().waiting = nullptr;
         return;
     }
-    if (!is_alone() && sections_are_light) {
+    if (!is_alone() && !watching(watch::barriers)) {
         platform::barrier_everywhere();
     }
     state().waiting = std::exchange(state().fresh, nullptr);
     for (SendState *thread = state().threads; thread; thread = thread->next) {
-        const uint64_t count = thread->sections.load(std::memory_order_seq_cst);
-        thread->awaited = count & 1 ? count : 0;
+        const uint64_t now = thread->position.load(std::memory_order_seq_cst);
+        thread->awaited = position::is_inside(now) ? now : 0;
     }
 }
 
@@ -142,6 +143,23 @@ SendState *send_state_make() noexcept {
     }
     this_send_state = made;
     return made;
+}
+
+void section_opened(SendState &state) noexcept {
+    if (watching(watch::barriers)) {
+        state.position.exchange(state.position.load(std::memory_order_relaxed),
+                                std::memory_order_seq_cst);
+    }
+}
+
+void section_closed(SendState &state) noexcept {
+    const uint64_t at = state.position.load(std::memory_order_relaxed);
+    if (state.overflow == UnwindingNow && position::sends(at) == 0) {
+        overflow_end(state);
+    }
+    if (watching(watch::reclaim) && !position::is_inside(at)) {
+        memory_reclaim();
+    }
 }
 
 void memory_retire(void *block) noexcept {
@@ -177,7 +195,7 @@ void memory_reclaim() noexcept {
         for (const Object *block = done; block; block = linked(block)) {
             --state().retired;
         }
-        reclaim_due = state().retired >= batch || (state().retired > 0 && is_alone());
+        watch_set(watch::reclaim, state().retired >= batch || (state().retired > 0 && is_alone()));
     }
     while (done) {
         Object *block = std::exchange(done, linked(done));

@@ -7,8 +7,8 @@
 // state:
 //    a report stands for it in the list, and the outlets of its objects refuse to send while it
 //    does. The report's queue element posts the error once, on the main thread.
-// 3. overflow_count is the number of unwinding threads and reports, so that the send path asks
-//    nothing while it is 0. An object without a patcher leaves nothing behind.
+// 3. The overflow count (watch::overflow) is the number of unwinding threads and reports, so that
+//    the send path asks nothing while it is 0. An object without a patcher leaves nothing behind.
 //
 // Thread safety: the list of reports changes under one lock, held while nothing else is called. It
 // is read without it, inside sections: a report taken out has no patcher, and its memory is
@@ -29,8 +29,6 @@ struct OverflowReport {
 
 namespace kiv {
 
-constinit std::atomic<int32_t> overflow_count{0};
-
 namespace {
 
 using Report = OverflowReport;
@@ -50,8 +48,9 @@ platform::CriticalSection &reports_lock() {
 
 // The alert sets the count to 0 whatever it was, so that a thread that ends later finds it so.
 void count_down() {
-    int32_t count = overflow_count.load();
-    while (count > 0 && !overflow_count.compare_exchange_weak(count, count - 1)) {
+    uint64_t now = watched.load();
+    while ((now & watch::overflow_mask) != 0 &&
+           !watched.compare_exchange_weak(now, now - watch::overflow)) {
     }
 }
 
@@ -109,7 +108,7 @@ void enter_state(Object *object) {
     if (!already) {
         report->next = reports.load();
         reports = report;
-        overflow_count.fetch_add(1);
+        watched.fetch_add(watch::overflow);
     }
     reports_lock().exit();
     if (already) {
@@ -157,18 +156,22 @@ bool overflow_refuses(const SendState &thread, Object *owner) noexcept {
 }
 
 void overflow_begin(SendState &thread, Object *owner) noexcept {
+    // After an alert in the middle of its unwinding a thread may overflow again.
+    const bool again = thread.overflow != NotUnwinding;
     thread.overflow_object = owner;
-    thread.overflow = 1;
+    thread.overflow = UnwindingNow;
     last_object = owner;
-    overflow_count.fetch_add(1);
+    watched.fetch_add(again ? watch::overflow : watch::overflow + watch::unwinding);
 }
 
 void overflow_end(SendState &thread) noexcept {
+    thread.overflow = UnwindingEnds;
     Object *object = std::exchange(thread.overflow_object, nullptr);
     if (object_valid(object)) {
         enter_state(object);
     }
-    thread.overflow = 0;
+    thread.overflow = NotUnwinding;
+    watched.fetch_sub(watch::unwinding);
     count_down();
 }
 
@@ -213,7 +216,7 @@ void overflow_alert() noexcept {
         platform::debug_output("Stack overflow. Choose Resume to restart the scheduler");
     }
     overflow_clear();
-    overflow_count = 0;
+    watch_set(watch::overflow_mask, false);
 }
 
 }  // namespace kiv

@@ -185,7 +185,7 @@ Class *proxy_class() noexcept {
 
 void inlets_start() noexcept {
     set_thread_end_hook(send_state_free);
-    sections_are_light = platform::barrier_everywhere();
+    watch_set(watch::barriers, !platform::barrier_everywhere());
     proxy_class();
 }
 

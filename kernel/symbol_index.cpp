@@ -82,7 +82,7 @@ Symbol *SymbolIndex::find(std::string_view name, uint32_t hash) const noexcept {
     if (!table) {
         return nullptr;
     }
-    __builtin_prefetch(&table->symbols[table->home(hash)]);  // needed found or not
+    __builtin_prefetch(&table->symbols[table->home(hash)]);  // whether found or new
     for (uint64_t at = table->home(hash);; at = table->next(at)) {
         const uint32_t present = std::atomic_ref(table->hashes[at]).load(std::memory_order_acquire);
         if (present == 0) {
@@ -95,12 +95,6 @@ Symbol *SymbolIndex::find(std::string_view name, uint32_t hash) const noexcept {
                 return symbol;
             }
         }
-    }
-}
-
-void SymbolIndex::expect(uint32_t hash) const noexcept {
-    if (const Table *const table = table_.load(std::memory_order_acquire)) {
-        __builtin_prefetch(&table->symbols[table->home(hash)], 1);
     }
 }
 

@@ -4,8 +4,8 @@
 // chains grow with the number of names. The index answers in the time of one comparison however
 // many names there are and however much they have in common; so a look-up walks no chain.
 //
-// Hashes and records stand in two arrays, so that looking for a name that is new touches the small
-// one alone.
+// Hashes and records stand in two arrays, so that looking for a name that is new waits for the
+// small one alone; the place in the other one is being fetched meanwhile.
 //
 // One writer at a time (the holder of the symbol table's lock), readers without a lock. A slot's
 // record is written before its hash publishes it, a slot is never emptied, and an outgrown table
@@ -27,8 +27,6 @@ class SymbolIndex {
     constexpr SymbolIndex() noexcept = default;
     // The newest record of a name, of which this is the hash, or null. Any thread.
     Symbol *find(std::string_view name, uint32_t hash) const noexcept;
-    // Has the place of a record that is about to be added fetched into the cache meanwhile.
-    void expect(uint32_t hash) const noexcept;
     // Grows with each record added: what was not found is still missing while it stays the same.
     uint64_t count() const noexcept { return count_.load(std::memory_order_acquire); }
     // Makes room for one more record; false when there is no memory. Writer only.

@@ -174,6 +174,13 @@ TEST_F(Failure, SettingAttributesLeavesTheOldValueOrTheNew) {
             object_free(own);
         }
         object_attr_setsym(x, "own"_sym, "value"_sym);
+        void *const before = object_attr_get(x, "own"_sym);
+        void *const again = attribute_new("own", "symbol"_sym, 0, nullptr, nullptr);
+        const ErrorCode replaced = object_addattr(x, again);
+        EXPECT_EQ(object_attr_get(x, "own"_sym), replaced == ErrorNone ? again : before);
+        if (replaced != ErrorNone) {
+            object_free(again);
+        }
         object_attr_lock(x, "gain"_sym, 1);
         object_attr_lock(x, "gain"_sym, 0);
         int32_t count = 0;

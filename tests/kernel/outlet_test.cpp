@@ -245,6 +245,18 @@ TEST(Outlet, FreeingEitherEndBreaksTheConnection) {
     EXPECT_EQ(memory_live_blocks(), before);
 }
 
+TEST(Outlet, SendsThroughAFreedOutletDoNothing) {
+    Recorder *x = recorder('x', "");
+    Recorder *r = recorder('R', "bifla");
+    for (const char *what : {"bang", "int", "float", "list", "foo"}) {
+        Outlet *out = outlet_new(x, nullptr);
+        outlet_add(out, r);
+        outlet_delete(out);
+        EXPECT_EQ(send(out, what), nullptr) << what;
+    }
+    EXPECT_TRUE(take_messages().empty());
+}
+
 // What a receiver may do in its method while the send that called it goes on.
 TEST(Outlet, SendSurvivesWhatReceiversDo) {
     struct Scene {
@@ -532,4 +544,31 @@ TEST(Overflow, EndsWithTheUnwindingWithoutAPatcher) {
     EXPECT_EQ(outlet_int(loop.a->out, 1), nullptr);
     EXPECT_EQ(take_texts(), Texts{"this object was involved in a stack overflow"});
     EXPECT_EQ(outlet_int(outlet_new(loop.a, nullptr), 1), sent);
+}
+
+// The alert forgets every overflow, but a thread that is in one still has to end it: or it would be
+// taken for unwinding when something else overflows.
+TEST(Overflow, TheAlertDuringTheUnwindingLeavesNothingBehind) {
+    kernel_hooks().patcher_of = [](Object *) -> Object * { return nullptr; };
+    Loop loop;
+    const auto unwinding = [alerted = false](Recorder *x) mutable {
+        messages().clear();
+        if (!outlet_int(x->out, 1) && !std::exchange(alerted, true)) {
+            overflow_alert();
+        }
+    };
+    on_message() = unwinding;
+    outlet_int(loop.a->out, 1);
+
+    test_patcher = &recorder('p', "")->ob;
+    kernel_hooks().patcher_of = [](Object *x) {
+        return reinterpret_cast<Recorder *>(x)->name == 'z' ? nullptr : test_patcher;
+    };
+    std::thread([] {
+        Loop other;
+        EXPECT_EQ(outlet_int(other.a->out, 1), nullptr);
+    }).join();
+    EXPECT_EQ(outlet_int(outlet_new(recorder('z', ""), nullptr), 1), sent);
+    overflow_clear();
+    take_posts();
 }
