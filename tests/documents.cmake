@@ -1,5 +1,6 @@
 # Every document of examples/ and tests/docs/ is run offline and its console compared with the
-# expected/NAME.txt beside it, and what --save writes with expected/NAME.saved if that is there. A line of expected/NAME.args gives other arguments than the default.
+# expected/NAME.txt beside it, and what --save writes with expected/NAME.saved if that is there. A
+# line of expected/NAME.args gives other arguments than the default.
 function(kiv_add_document_tests prefix folder)
     file(GLOB documents CONFIGURE_DEPENDS ${folder}/*.kivpat)
     foreach(document ${documents})

@@ -16,6 +16,7 @@
 #include "kernel/internal.h"
 #include "sched/internal.h"
 #include "support/console.h"
+#include "support/memory.h"
 
 using namespace kiv;
 using namespace kiv::literals;
@@ -402,17 +403,7 @@ void build_and_free() {
 
 TEST(Class, WhicheverAllocationFailsNothingIsLeftBehind) {
     build_and_free();  // interns the names
-    Class *const c = plain("warm");
-    std::vector<void *> objects(2000);  // enough for each part of the table of records to be there
-    for (void *&x : objects) {
-        x = object_alloc(c);
-        object_retain(x);
-    }
-    for (void *const x : objects) {
-        object_free(x);
-        object_free(x);
-    }
-    class_free(c);
+    test::warm_extension_records();
     for (int n = 1; n < 150; ++n) {
         SCOPED_TRACE(n);
         const int64_t before = memory_live_blocks();
