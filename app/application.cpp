@@ -93,18 +93,13 @@ void get_throttle(Application *, Object *receiver) {
     typedmess(receiver, "int"_sym, 1, &value);
 }
 
-// Offline, passes stay on the main thread.
-void overdrive(bool on) {
-    overdrive_set(on && !time_is_offline());
-}
-
-// A message that goes straight to what it names: a switch, or a call.
+// Messages that go straight to what they name.
 template <void (*set)(bool)>
-void turn(Application *, int64_t on) {
+void switch_message(Application *, int64_t on) {
     set(on != 0);
 }
 template <void (*call)()>
-void do_it(Application *) {
+void plain_message(Application *) {
     call();
 }
 
@@ -145,17 +140,18 @@ void application_start() {
                     0);
     class_addmethod(c, method(get_throttle<sched_setqueuethrottle>), "getqueuethrottle", TypeObject,
                     0);
-    class_addmethod(c, method(turn<overdrive>), "overdrive", TypeLong, 0);
-    class_addmethod(c, method(turn<queue_statistics>), "queuestatistics", TypeLong, 0);
-    class_addmethod(c, method(turn<low_queue_disable>), "disablequeue", TypeLong, 0);
-    class_addmethod(c, method(turn<creation_suspend>), "suspendloading", TypeLong, 0);
-    class_addmethod(c, method(turn<loadbang_debug>), "loadbangdebug", TypeLong, 0);
-    class_addmethod(c, method(turn<debug_messages>), "debugmessages", TypeLong, 0);
-    class_addmethod(c, method(turn<console_set_echo>), "echoconsole", TypeLong, 0);
-    class_addmethod(c, method(turn<console_set_immediate>), "immediateconsole", TypeLong, 0);
-    class_addmethod(c, method(do_it<console_clear>), "clearconsole", 0);
-    class_addmethod(c, method(do_it<overflow_alert>), "overflowalert", 0);
-    class_addmethod(c, method(do_it<quit_request>), "quit", 0);
+    class_addmethod(c, method(switch_message<overdrive_set>), "overdrive", TypeLong, 0);
+    class_addmethod(c, method(switch_message<queue_statistics>), "queuestatistics", TypeLong, 0);
+    class_addmethod(c, method(switch_message<low_queue_disable>), "disablequeue", TypeLong, 0);
+    class_addmethod(c, method(switch_message<creation_suspend>), "suspendloading", TypeLong, 0);
+    class_addmethod(c, method(switch_message<loadbang_debug>), "loadbangdebug", TypeLong, 0);
+    class_addmethod(c, method(switch_message<debug_messages>), "debugmessages", TypeLong, 0);
+    class_addmethod(c, method(switch_message<console_set_echo>), "echoconsole", TypeLong, 0);
+    class_addmethod(c, method(switch_message<console_set_immediate>), "immediateconsole", TypeLong,
+                    0);
+    class_addmethod(c, method(plain_message<console_clear>), "clearconsole", 0);
+    class_addmethod(c, method(plain_message<overflow_alert>), "overflowalert", 0);
+    class_addmethod(c, method(plain_message<quit_request>), "quit", 0);
     class_register("nobox"_sym, c);
     "kiv"_sym->thing = object_alloc(c);
 }

@@ -93,7 +93,7 @@ int run(const Options &options) {
         time_offline_begin();
         kernel_random_seed(1);  // unique names, too, are the same every time
     }
-    overdrive_set(options.overdrive && !options.offline);
+    overdrive_set(options.overdrive);
     add_search_folders(options);
     preferences_read();
     const Loaded loaded = load_documents(options);

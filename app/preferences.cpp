@@ -42,7 +42,7 @@ void add_translation(DictionaryEntry *entry, void *table) {
     }
 }
 
-// The dictionary at the end of a path of keys, or null.
+// The dictionary under a key, or null.
 Dictionary *dictionary_at(Dictionary *dictionary, Symbol *key) {
     Dictionary *found = nullptr;
     return dictionary_getdictionary(dictionary, key, &found) == ErrorNone ? found : nullptr;

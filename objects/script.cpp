@@ -1,8 +1,6 @@
 // The script messages of `thispatcher`: a table of words, each with the arguments it wants.
 #include "objects/script.h"
 
-#include <vector>
-
 #include "objects/common.h"
 
 namespace kiv::objects {
@@ -121,11 +119,13 @@ void hidden(const Script &s) {
 
 // connectcolor A OUTLET B INLET RED GREEN BLUE [ALPHA]: each colour from 0 to 1.
 void connectcolor(const Script &s) {
+    const Object *const from = s.box(0);
+    const Object *const to = s.box(2);
     const double color[] = {s.number(4), s.number(5), s.number(6),
                             s.argc > 7 && is_number(s.argv[7]) ? s.number(7) : 1.0};
     for (Object *line = jpatcher_get_firstline(s.patcher); line;
          line = jpatchline_get_nextline(line)) {
-        if (jpatchline_get_box1(line) == s.box(0) && jpatchline_get_box2(line) == s.box(2) &&
+        if (jpatchline_get_box1(line) == from && jpatchline_get_box2(line) == to &&
             jpatchline_get_outletnum(line) == long_of(s.argv[1]) &&
             jpatchline_get_inletnum(line) == long_of(s.argv[3])) {
             jpatchline_set_color(line, color);
@@ -137,25 +137,35 @@ void connectcolor(const Script &s) {
 
 // --- Boxes that are there ------------------------------------------------------------------------
 
-// The cords at a box, by the ids of their ends, in the order in which they were made.
-struct Cord {
-    Atom ends[4];
-    bool hidden;
-};
-std::vector<Cord> cords_of(const Script &s, const Object *box) {
-    std::vector<Cord> cords;
+// The cords at a box in the order in which they were made: the ids and numbers of the ends, as
+// "connect" takes them, and whether the cord is hidden.
+constexpr int32_t cord_atoms = 5;
+void add_cords(const Script &s, const Object *box, Atomarray *cords) {
     for (Object *line = jpatcher_get_firstline(s.patcher); line;
          line = jpatchline_get_nextline(line)) {
         Object *const from = jpatchline_get_box1(line);
         Object *const to = jpatchline_get_box2(line);
         if (from == box || to == box) {
-            cords.push_back(
-                {{symbol_atom(jbox_get_id(from)), long_atom(jpatchline_get_outletnum(line)),
-                  symbol_atom(jbox_get_id(to)), long_atom(jpatchline_get_inletnum(line))},
-                 jpatchline_get_hidden(line) != 0});
+            Atom cord[cord_atoms] = {
+                symbol_atom(jbox_get_id(from)), long_atom(jpatchline_get_outletnum(line)),
+                symbol_atom(jbox_get_id(to)), long_atom(jpatchline_get_inletnum(line)),
+                long_atom(jpatchline_get_hidden(line))};
+            atomarray_appendatoms(cords, cord_atoms, cord);
         }
     }
-    return cords;
+}
+
+void connect_again(const Script &s, Atomarray *cords) {
+    int32_t count = 0;
+    Atom *atoms = nullptr;
+    atomarray_getatoms(cords, &count, &atoms);
+    for (int32_t i = 0; i + cord_atoms <= count; i += cord_atoms) {
+        Atom made = long_atom(0);
+        object_method_typed(s.patcher, "connect"_sym, cord_atoms - 1, atoms + i, &made);
+        if (long_of(atoms[i + cord_atoms - 1]) != 0 && made.type == TypeObject) {
+            jpatchline_set_hidden(atom_getobj(&made), 1);
+        }
+    }
 }
 
 // replace NAME CLASS ARGUMENTS: another box in its place, with its name, its id and its cords.
@@ -171,17 +181,13 @@ void replace(const Script &s) {
     if (Object *const next = jbox_get_nextobject(box)) {
         dictionary_appendsym(dictionary, "orderbefore"_sym, jbox_get_id(next));
     }
-    std::vector<Cord> cords = cords_of(s, box);
+    Atomarray *const cords = atomarray_new(0, nullptr);
+    add_cords(s, box, cords);
     jpatcher_deleteobj(s.patcher, box);
     newobject_fromdictionary(s.patcher, dictionary);
+    connect_again(s, cords);
+    object_free(cords);
     object_free(dictionary);
-    for (Cord &cord : cords) {
-        Atom made = long_atom(0);
-        object_method_typed(s.patcher, "connect"_sym, 4, cord.ends, &made);
-        if (cord.hidden && made.type == TypeObject) {
-            jpatchline_set_hidden(atom_getobj(&made), 1);
-        }
-    }
 }
 
 void bringtofront(const Script &s) {

@@ -208,12 +208,11 @@ void set_caption(Jbox *box, uint8_t shown, Symbol *message) noexcept {
 }  // namespace
 
 void keep_entry(Dictionary **target, Symbol *key, const Atom &value) noexcept {
-    constexpr int32_t clone_objects = 8192;
     if (!*target) {
         *target = dictionary_new();
     }
     if (*target) {
-        dictionary_appendatom_flags(*target, key, &value, clone_objects);
+        dictionary_appendatom_flags(*target, key, &value, DictionaryClones);
     }
 }
 

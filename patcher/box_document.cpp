@@ -33,7 +33,6 @@ bool write_rect(Dictionary *dictionary, Symbol *key, const double *rect) noexcep
 
 // The attributes of the box itself or of the object in it that their class wants saved.
 bool write_saved(Object *x, Dictionary *dictionary) noexcept {
-    constexpr int32_t clone_objects = 8192;
     const BoxClass *known = box_class(class_of(x));
     bool done = known != nullptr;
     for (size_t i = 0; done && i < known->saved.size(); ++i) {
@@ -44,10 +43,7 @@ bool write_saved(Object *x, Dictionary *dictionary) noexcept {
             continue;
         }
         if (attribute.fallback.empty() || !same_atoms(argc, argv, attribute.fallback)) {
-            done &= argc == 1 ? !dictionary_appendatom_flags(dictionary, attribute.name, argv,
-                                                             clone_objects)
-                              : !dictionary_appendatoms_flags(dictionary, attribute.name, argc,
-                                                              argv, clone_objects);
+            done &= append_copies(dictionary, attribute.name, argc, argv);
         }
         sysmem_freeptr(argv);
     }

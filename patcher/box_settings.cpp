@@ -16,8 +16,6 @@ namespace kiv {
 
 namespace {
 
-constexpr int32_t clone_objects = 8192;
-
 // The box or the object in it, whichever has the attribute; null when neither does.
 Object *holder_of(Jbox *box, Symbol *attribute) noexcept {
     Object *inner = box->state->object;
@@ -65,14 +63,25 @@ void apply_setting(DictionaryEntry *entry, void *attribute) noexcept {
     object_attr_setvalueof(attribute, name, argc, argv);
 }
 
-void apply_settings(DictionaryEntry *entry, void *box) noexcept {
+// What the box dictionary says of one attribute.
+struct AttributeSettings {
+    Symbol *name;
+    Object *holder;        // of the attribute; null when neither the box nor the object has it
+    Dictionary *settings;  // null when it says something else
+};
+
+AttributeSettings settings_in(DictionaryEntry *entry, Jbox *box) noexcept {
     Symbol *name = dictionary_entry_getkey(entry);
     Atom value;
     dictionary_entry_getvalue(entry, &value);
-    Object *holder = holder_of(static_cast<Jbox *>(box), name);
-    void *attribute = holder ? own_attribute(holder, name) : nullptr;
-    if (Dictionary *settings = attribute ? dictionary_of(value) : nullptr) {
-        dictionary_funall(settings, apply_setting, attribute);
+    return {name, holder_of(box, name), dictionary_of(value)};
+}
+
+void apply_settings(DictionaryEntry *entry, void *box) noexcept {
+    const AttributeSettings of = settings_in(entry, static_cast<Jbox *>(box));
+    void *attribute = of.holder && of.settings ? own_attribute(of.holder, of.name) : nullptr;
+    if (attribute) {
+        dictionary_funall(of.settings, apply_setting, attribute);
     }
 }
 
@@ -88,11 +97,7 @@ void write_setting(DictionaryEntry *entry, void *arg) noexcept {
     int32_t argc = 0;
     Atom *argv = nullptr;
     if (object_attr_getvalueof(writing->attribute, name, &argc, &argv) == ErrorNone) {
-        if (argc == 1) {
-            dictionary_appendatom_flags(writing->settings, name, argv, clone_objects);
-        } else {
-            dictionary_appendatoms_flags(writing->settings, name, argc, argv, clone_objects);
-        }
+        append_copies(writing->settings, name, argc, argv);
     }
     sysmem_freeptr(argv);
 }
@@ -104,15 +109,12 @@ struct WritingBox {
 
 void write_settings(DictionaryEntry *entry, void *arg) noexcept {
     const auto *writing = static_cast<WritingBox *>(arg);
-    Symbol *name = dictionary_entry_getkey(entry);
-    Atom value;
-    dictionary_entry_getvalue(entry, &value);
-    Object *holder = holder_of(writing->box, name);
-    Dictionary *settings = nullptr;
-    if (holder && dictionary_of(value) &&
-        dictionary_getdictionary(writing->all, name, &settings) == ErrorNone) {
-        Writing one{object_attr_get(holder, name), settings};
-        dictionary_funall(dictionary_of(value), write_setting, &one);
+    const AttributeSettings of = settings_in(entry, writing->box);
+    Dictionary *written = nullptr;
+    if (of.holder && of.settings &&
+        dictionary_getdictionary(writing->all, of.name, &written) == ErrorNone) {
+        Writing one{object_attr_get(of.holder, of.name), written};
+        dictionary_funall(of.settings, write_setting, &one);
     }
 }
 

@@ -71,12 +71,12 @@ Symbol *read(const char *file_name, int16_t path) {
 
 void *collective_load(const char *file_name, int16_t path, int32_t argc, Atom *argv,
                       Symbol *name_space) {
-    const Symbol *name = read(file_name, path);
+    Symbol *const name = read(file_name, path);
     if (!name) {
         return nullptr;
     }
     Dictionary *document = nullptr;
-    dictionary_getdictionary(state.open.back().files, gensym(name->name), &document);
+    dictionary_getdictionary(state.open.back().files, name, &document);
     void *patcher =
         jpatcher_load_fromdictionary_namespace(name->name, path, document, argc, argv, name_space);
     const auto opened = std::find_if(state.open.rbegin(), state.open.rend(),

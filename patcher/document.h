@@ -36,6 +36,8 @@ class Elements {
 bool patcher_write_dependencies(Patcher *patcher, Dictionary *dictionary) noexcept;
 // {"key": content}, or null without memory.
 Owned<Dictionary> wrapped(Symbol *key, Owned<Dictionary> content) noexcept;
+// Stores one value as itself and several as a list; objects are copied. False without memory.
+bool append_copies(Dictionary *dictionary, Symbol *key, int32_t argc, const Atom *argv) noexcept;
 // Appends a deep copy of an atom to an array, which is made when it is not there yet.
 bool keep_element(Atomarray **target, const Atom &element) noexcept;
 // Adds copies of the entries of `source` that `target` does not have; null does nothing.

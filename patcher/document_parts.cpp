@@ -8,8 +8,6 @@ namespace kiv {
 
 namespace {
 
-constexpr int32_t clone_objects = 8192;
-
 // A deep copy of an atom, by way of a dictionary; TypeNothing without memory.
 Atom copy_of(const Atom &atom) noexcept {
     if (atom.type != TypeObject) {
@@ -17,7 +15,8 @@ Atom copy_of(const Atom &atom) noexcept {
     }
     Atom copy{};
     Owned<Dictionary> carrier(dictionary_new());
-    if (carrier && !dictionary_appendatom_flags(carrier.get(), "copy"_sym, &atom, clone_objects) &&
+    if (carrier &&
+        !dictionary_appendatom_flags(carrier.get(), "copy"_sym, &atom, DictionaryClones) &&
         !dictionary_getatom(carrier.get(), "copy"_sym, &copy)) {
         dictionary_chuckentry(carrier.get(), "copy"_sym);
     }
@@ -111,6 +110,11 @@ bool keep_element(Atomarray **target, const Atom &element) noexcept {
     return true;
 }
 
+bool append_copies(Dictionary *dictionary, Symbol *key, int32_t argc, const Atom *argv) noexcept {
+    return argc == 1 ? !dictionary_appendatom_flags(dictionary, key, argv, DictionaryClones)
+                     : !dictionary_appendatoms_flags(dictionary, key, argc, argv, DictionaryClones);
+}
+
 bool add_missing(const Dictionary *source, Dictionary *target) noexcept {
     if (!source) {
         return true;
@@ -125,7 +129,7 @@ bool add_missing(const Dictionary *source, Dictionary *target) noexcept {
         Atom value;
         if (!dictionary_hasentry(target, keys[i])) {
             done = !dictionary_getatom(source, keys[i], &value) &&
-                   !dictionary_appendatom_flags(target, keys[i], &value, clone_objects);
+                   !dictionary_appendatom_flags(target, keys[i], &value, DictionaryClones);
         }
     }
     sysmem_freeptr(keys);

@@ -20,6 +20,7 @@
 #include "files/internal.h"
 #include "kernel/internal.h"
 #include "patcher/creation.h"
+#include "patcher/document.h"
 #include "patcher/text_form.h"
 
 namespace kiv {
@@ -98,12 +99,7 @@ class LoadEntries {
         if (kept.there) {
             dictionary_chuckentry(patcher_, key);
         }
-        constexpr int32_t clone_objects = 8192;  // what is given stays its owner's
-        if (argc == 1) {
-            dictionary_appendatom_flags(patcher_, key, argv, clone_objects);
-        } else {
-            dictionary_appendatoms_flags(patcher_, key, argc, argv, clone_objects);
-        }
+        append_copies(patcher_, key, argc, argv);  // what is given stays its owner's
     }
     void replace(Symbol *key, Symbol *value) noexcept {
         Atom atom;

@@ -75,11 +75,10 @@ void carry_over(Dictionary *from, Dictionary *to) noexcept {
                                    "varname"_sym,       "hidden"_sym,
                                    "orderfront"_sym,    "orderbefore"_sym,
                                    "presentation"_sym,  "text"_sym};
-    constexpr int32_t clone_objects = 8192;
     for (Symbol *key : keys) {
         Atom value;
         if (!dictionary_hasentry(to, key) && dictionary_getatom(from, key, &value) == ErrorNone) {
-            dictionary_appendatom_flags(to, key, &value, clone_objects);
+            dictionary_appendatom_flags(to, key, &value, DictionaryClones);
         }
     }
 }

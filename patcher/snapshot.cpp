@@ -42,7 +42,6 @@ Dictionary *snapshots_of(Patcher *patcher, bool make) noexcept {
 }
 
 void store_value(Dictionary *values, Jbox *box) noexcept {
-    constexpr int32_t clone_objects = 8192;
     Object *object = box_object(box);
     if (!zgetfn(object, "getvalueof"_sym) || !zgetfn(object, "setvalueof"_sym)) {
         return;
@@ -51,7 +50,7 @@ void store_value(Dictionary *values, Jbox *box) noexcept {
     Atom *atoms = nullptr;
     object_method(object, "getvalueof"_sym, &count, &atoms);
     if (count > 0 && atoms) {
-        dictionary_appendatoms_flags(values, box->state->id, count, atoms, clone_objects);
+        dictionary_appendatoms_flags(values, box->state->id, count, atoms, DictionaryClones);
     }
     sysmem_freeptr(atoms);
 }
@@ -67,13 +66,16 @@ void store(Patcher *patcher, Symbol *name) noexcept {
     }
     Dictionary *snapshots = snapshots_of(patcher, true);
     Dictionary *list = part_of(snapshots, "list"_sym, true);
-    if (!values || !list || dictionary_appenddictionary(list, name, values.get()) != ErrorNone ||
-        dictionary_appendsym(snapshots, "restore"_sym, name) != ErrorNone) {
-        object_error(as_object(patcher), "snapshot: out of memory");
-        return;
+    bool stored =
+        values && list && dictionary_appenddictionary(list, name, values.get()) == ErrorNone;
+    if (stored) {
+        values.release();
+        patcher_touch(patcher);
+        stored = dictionary_appendsym(snapshots, "restore"_sym, name) == ErrorNone;
     }
-    values.release();
-    patcher_touch(patcher);
+    if (!stored) {
+        object_error(as_object(patcher), "snapshot: out of memory");
+    }
 }
 
 // False when there is no snapshot of that name.

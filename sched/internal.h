@@ -104,7 +104,7 @@ CriticalRef scheduler_run_lock(Scheduler *scheduler) noexcept;
 // Starts and stops the periodic system timer; the host's main loop owns it.
 void system_timer_start() noexcept;
 void system_timer_stop() noexcept;
-void overdrive_set(bool on) noexcept;
+void overdrive_set(bool on) noexcept;  // stays off while the time is offline
 bool overdrive_get() noexcept;
 
 // Tuning, with the ranges of the application messages: false when the value is out of range.
@@ -125,7 +125,6 @@ bool next_clock_time(double *time) noexcept;
 // time_advance_to, which the host calls with the time of the next clock once the queues are empty.
 double time_now() noexcept;
 void time_offline_begin() noexcept;
-bool time_is_offline() noexcept;
 void time_advance_to(double time) noexcept;
 
 // --- Deferred execution (qelem.cpp, qelem_statistics.cpp) ----------------------------------------

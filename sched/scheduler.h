@@ -184,6 +184,7 @@ double next_due_watched(std::atomic<double> &watched) noexcept;
 double time_base() noexcept;
 // Moves the start time so that time_now gives `reading`.
 void time_reading_set(double reading) noexcept;
+bool time_is_offline() noexcept;
 
 // Tells the timer that a clock was set on the global queue: it may be the first.
 void timer_clock_set(double sort_time) noexcept;

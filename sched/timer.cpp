@@ -152,6 +152,7 @@ int32_t *overdrive_flag() noexcept {
 }
 
 void overdrive_set(bool on) noexcept {
+    on = on && !time_is_offline();
     apply_and_forget([on](State &s) { s.overdrive.store(on ? 1 : 0); });
     state().changed.set();
     main_wake();
