@@ -1,7 +1,7 @@
 // Rings between one writer thread and one reader thread, and the scheduled queues built on them.
 //
 // Each side's counter advances by 2 per element and is odd while that side copies. The writer alone
-// changes `written`, the reader alone `taken`; each reads the other's with acquire, so a slot's
+// changes its counter, the reader alone its own; each reads the other's with acquire, so a slot's
 // bytes are complete before the other side sees the counter move past it.
 #include <atomic>
 #include <bit>
@@ -12,21 +12,25 @@
 #include "sched/plain_class.h"
 #include "sched/scheduler.h"
 
-// Each side's counter has a cache line to itself, with what that side last saw of the other's: it
-// looks again only when the ring seems full, or empty.
+// What one side writes, away from what the other does. It looks at the other's counter only when
+// the ring seems full, or empty.
+struct RingSide {
+    std::atomic<uint32_t> counter;
+    uint32_t other_seen;
+    uint32_t word_mask;  // of a ring of 8-byte elements: its counter_mask; of others: 0
+    char apart[128 - 3 * sizeof(uint32_t)];
+};
+
 struct LockfreeQueue {
-    std::atomic<uint32_t> written;
-    uint32_t taken_seen;  // private to the writer
-    char reader_apart[64];
-    std::atomic<uint32_t> taken;
-    uint32_t written_seen;  // private to the reader
-    char rest_apart[64];
-    uint32_t capacity;        // elements, a power of two
-    uint32_t twice_capacity;  // the distance at which the ring is full
-    uint32_t element_size;    // bytes from slot to slot, a power of two
-    char *storage;
-    // Private from here on.
-    uint32_t copied_size;  // bytes of an element that are copied
+    RingSide writer;
+    RingSide reader;
+    uint32_t counter_mask;  // twice the capacity, a power of two, less 1
+    uint32_t element_size;  // bytes of an element that are copied
+    uint32_t stride;        // bytes from slot to slot, a power of two
+    uint32_t unused;
+
+    // The slots lie behind the record, in its block.
+    char *storage() noexcept { return reinterpret_cast<char *>(this + 1); }
 };
 
 struct ScheduleQueue {
@@ -46,25 +50,44 @@ namespace {
 constexpr uint32_t scheduled_values = 32;
 constexpr uint32_t largest_ring = 1u << 30;  // bytes, and elements
 
-char *slot(LockfreeQueue *queue, uint32_t counter) {
-    return queue->storage + size_t{(counter / 2) & (queue->capacity - 1)} * queue->element_size;
+constexpr uint32_t word_size = 8;
+
+// The slot of a masked counter, which is even, among words.
+char *word(LockfreeQueue *queue, uint32_t masked) {
+    return queue->storage() + size_t{masked} * (word_size / 2);
 }
 
-// The usual sizes without a call.
-void copy_element(void *to, const void *from, uint32_t size) {
-    switch (size) {
-        case 4:
-            std::memcpy(to, from, 4);
-            break;
-        case 8:
-            std::memcpy(to, from, 8);
-            break;
-        case 16:
-            std::memcpy(to, from, 16);
-            break;
-        default:
-            std::memcpy(to, from, size);
+char *slot(LockfreeQueue *queue, uint32_t counter) {
+    return queue->storage() + size_t{(counter & queue->counter_mask) / 2} * queue->stride;
+}
+
+// Counts a side on by one element, which copy() moves in or out meanwhile.
+template <class Copy>
+void count_on(RingSide &side, uint32_t counter, Copy copy) {
+    side.counter.store(counter + 1, std::memory_order_relaxed);
+    copy();
+    side.counter.store(counter + 2, std::memory_order_release);
+}
+
+// Elements of any size, and rings that seem full.
+[[gnu::noinline]] int32_t push_any(LockfreeQueue *queue, const void *element) noexcept {
+    RingSide &side = queue->writer;
+    const uint32_t written = side.counter.load(std::memory_order_relaxed);
+    side.other_seen = queue->reader.counter.load(std::memory_order_acquire);
+    const uint32_t distance = written - side.other_seen;
+    if (distance >= queue->counter_mask) {
+        return distance == queue->counter_mask ? 2 : 1;
     }
+    count_on(side, written,
+             [=] { std::memcpy(slot(queue, written), element, queue->element_size); });
+    return 0;
+}
+
+[[gnu::noinline]] int32_t pop_any(LockfreeQueue *queue, void *element) noexcept {
+    const uint32_t taken = queue->reader.counter.load(std::memory_order_relaxed);
+    count_on(queue->reader, taken,
+             [=] { std::memcpy(element, slot(queue, taken), queue->element_size); });
+    return 0;
 }
 
 // Deliberately, a value found after a full drain's worth is dropped, not kept. The function may
@@ -111,69 +134,56 @@ LockfreeQueue *lockfreequeue_new(uint32_t count, uint32_t element_size) noexcept
     }
     const uint32_t capacity = std::bit_ceil(count);
     const uint32_t stride = std::bit_ceil(element_size);
-    auto *queue = static_cast<LockfreeQueue *>(sysmem_newptrclear(sizeof(LockfreeQueue)));
-    auto *storage = static_cast<char *>(sysmem_newptrclear(int64_t{capacity} * stride));
-    if (!queue || !storage) {
-        sysmem_freeptr(queue);
-        sysmem_freeptr(storage);
+    auto *queue = static_cast<LockfreeQueue *>(sysmem_newptrclear(
+        static_cast<int64_t>(sizeof(LockfreeQueue)) + int64_t{capacity} * stride));
+    if (!queue) {
         return nullptr;
     }
-    queue->capacity = capacity;
-    queue->twice_capacity = capacity * 2;
-    queue->element_size = stride;
-    queue->storage = storage;
-    queue->copied_size = element_size;
+    queue->counter_mask = 2 * capacity - 1;
+    queue->element_size = element_size;
+    queue->stride = stride;
+    if (element_size == word_size) {
+        queue->writer.word_mask = queue->reader.word_mask = queue->counter_mask;
+    }
     return queue;
 }
 
 void lockfreequeue_free(LockfreeQueue *queue) noexcept {
-    if (queue) {
-        sysmem_freeptr(queue->storage);
-        sysmem_freeptr(queue);
-    }
+    sysmem_freeptr(queue);
 }
 
 int32_t lockfreequeue_push(LockfreeQueue *queue, const void *element) noexcept {
-    if (!queue || !element) {
+    if (!queue || !element) [[unlikely]] {
         return 1;
     }
-    const uint32_t written = queue->written.load(std::memory_order_relaxed);
-    uint32_t distance = written - queue->taken_seen;
-    if (distance >= queue->twice_capacity - 1) {
-        queue->taken_seen = queue->taken.load(std::memory_order_acquire);
-        distance = written - queue->taken_seen;
+    RingSide &side = queue->writer;
+    const uint32_t written = side.counter.load(std::memory_order_relaxed);
+    const uint32_t mask = side.word_mask;
+    if (written - side.other_seen >= mask) [[unlikely]] {
+        return push_any(queue, element);
     }
-    if (distance == queue->twice_capacity) {
-        return 1;
-    }
-    if (distance == queue->twice_capacity - 1) {
-        return 2;
-    }
-    queue->written.store(written + 1, std::memory_order_relaxed);
-    copy_element(slot(queue, written), element, queue->copied_size);
-    queue->written.store(written + 2, std::memory_order_release);
+    count_on(side, written, [=] { std::memcpy(word(queue, written & mask), element, word_size); });
     return 0;
 }
 
 int32_t lockfreequeue_pop(LockfreeQueue *queue, void *element) noexcept {
-    if (!queue || !element) {
+    if (!queue || !element) [[unlikely]] {
         return 1;
     }
-    const uint32_t taken = queue->taken.load(std::memory_order_relaxed);
-    uint32_t distance = queue->written_seen - taken;
-    if (distance <= 1) {
-        queue->written_seen = queue->written.load(std::memory_order_acquire);
-        distance = queue->written_seen - taken;
+    RingSide &side = queue->reader;
+    const uint32_t taken = side.counter.load(std::memory_order_relaxed);
+    const uint32_t mask = side.word_mask;
+    if (side.other_seen - taken <= 1) {
+        side.other_seen = queue->writer.counter.load(std::memory_order_acquire);
+        const uint32_t distance = side.other_seen - taken;
+        if (distance <= 1) {
+            return distance == 0 ? 1 : 2;
+        }
     }
-    if (distance == 0) {
-        return 1;
+    if (mask == 0) [[unlikely]] {
+        return pop_any(queue, element);
     }
-    if (distance == 1) {
-        return 2;
-    }
-    queue->taken.store(taken + 1, std::memory_order_relaxed);
-    copy_element(element, slot(queue, taken), queue->copied_size);
-    queue->taken.store(taken + 2, std::memory_order_release);
+    count_on(side, taken, [=] { std::memcpy(element, word(queue, taken & mask), word_size); });
     return 0;
 }
 
@@ -199,7 +209,7 @@ ScheduleQueue *schedule_queue_new(void *owner, Method function) noexcept {
 
 uint32_t schedule_queue(ScheduleQueue *queue, int64_t value) noexcept {
     constexpr uint32_t refused = 0xffffffff;
-    if (!queue || (queue->ring->written.load(std::memory_order_relaxed) & 1) ||
+    if (!queue || (queue->ring->writer.counter.load(std::memory_order_relaxed) & 1) ||
         lockfreequeue_push(queue->ring, &value) != 0) {
         return refused;
     }

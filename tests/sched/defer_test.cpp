@@ -278,32 +278,42 @@ TEST(Ring, ReportsFullAndEmpty) {
     EXPECT_EQ(lockfreequeue_new(0, 8), nullptr);
 }
 
-TEST(Ring, PassesEveryValueInOrderBetweenTwoThreads) {
-    static LockfreeQueue *ring;
-    ring = lockfreequeue_new(16, 12);
-    struct Element {
-        int32_t a, b, c;
-    };
+// Element(i) is the i-th value, and `capacity` how many the ring holds.
+template <class Element, uint32_t capacity>
+void pass_in_order() {
+    LockfreeQueue *const ring = lockfreequeue_new(capacity, sizeof(Element));
     constexpr int32_t count = 20000;
     ThreadId thread = 0;
-    systhread_create(method(+[](void *) {
+    systhread_create(method(+[](void *argument) {
+                         auto *const to = static_cast<LockfreeQueue *>(argument);
                          for (int32_t i = 0; i < count;) {
-                             const Element element{i, -i, i ^ 5};
-                             i += lockfreequeue_push(ring, &element) == 0 ? 1 : 0;
+                             const Element element(i);
+                             i += lockfreequeue_push(to, &element) == 0 ? 1 : 0;
                          }
                      }),
-                     nullptr, 0, 0, 0, &thread);
+                     ring, 0, 0, 0, &thread);
     int32_t wrong = 0;
     for (int32_t i = 0; i < count;) {
-        Element element{};
+        Element element(-1);
         if (lockfreequeue_pop(ring, &element) == 0) {
-            wrong += element.a == i && element.b == -i && element.c == (i ^ 5) ? 0 : 1;
+            wrong += element == Element(i) ? 0 : 1;
             ++i;
         }
     }
     systhread_join(thread, nullptr);
     EXPECT_EQ(wrong, 0);
     lockfreequeue_free(ring);
+}
+
+TEST(Ring, PassesEveryValueInOrderBetweenTwoThreads) {
+    struct Three {
+        explicit Three(int32_t i) : a(i), b(-i), c(i ^ 5) {}
+        bool operator==(const Three &) const = default;
+        int32_t a, b, c;
+    };
+    pass_in_order<Three, 16>();
+    pass_in_order<int64_t, 16>();
+    pass_in_order<int64_t, 1>();
 }
 
 TEST(ScheduleQueue, ADrainDeliversThirtyTwoAndDropsTheNext) {
