@@ -23,7 +23,6 @@ namespace kiv {
 namespace {
 
 using DisplayFunction = void (*)(const ConsoleEntry *entry, void *argument);
-using OriginHook = void (*)(Object *source, ConsoleOrigin *origin);
 
 struct ConsoleStore {
     CriticalRef lock = nullptr;  // null (the global region) until start-up has made it
@@ -193,8 +192,8 @@ void console_start() noexcept {
     store.started.store(true, std::memory_order_release);
 }
 
-void console_set_origin_hook(OriginHook hook) noexcept {
-    store.origin_hook.store(hook, std::memory_order_release);
+OriginHook console_set_origin_hook(OriginHook hook) noexcept {
+    return store.origin_hook.exchange(hook, std::memory_order_acq_rel);
 }
 
 void console_set_display(DisplayFunction show, void *argument) noexcept {

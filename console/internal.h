@@ -27,8 +27,9 @@ struct ConsoleEntry {
 
 void console_start() noexcept;
 // Fills box and patcher of a live source, on the posting thread; the class is filled in already.
-// Registered by patcher/, which knows boxes.
-void console_set_origin_hook(void (*hook)(Object *source, ConsoleOrigin *origin)) noexcept;
+// Registered by patcher/, which knows boxes. The hook that was there before.
+using OriginHook = void (*)(Object *source, ConsoleOrigin *origin);
+OriginHook console_set_origin_hook(OriginHook hook) noexcept;
 // Receives every entry on the main thread, in posting order; the entry and its text last for the
 // call. Until a display is set, entries wait. Registered by the host and by tests. Main thread.
 void console_set_display(void (*show)(const ConsoleEntry *entry, void *argument),

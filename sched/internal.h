@@ -82,8 +82,9 @@ inline const CriticalRef global_region = nullptr;
 // Start-up calls it first of all, on the thread that is to be the main thread.
 void threads_start() noexcept;
 // Called at the end of every thread made by systhread_create; the outlets register it to free the
-// thread's send state.
-void set_thread_end_hook(void (*hook)()) noexcept;
+// thread's send state. The hook that was there before.
+using ThreadEndHook = void (*)();
+ThreadEndHook set_thread_end_hook(ThreadEndHook hook) noexcept;
 // Marks the calling thread as the timer's, for systhread_istimerthread.
 void timer_thread_mark() noexcept;
 // Runs the quit tasks, newest first. The host calls it once, when it ends.
@@ -123,8 +124,10 @@ bool next_clock_time(double *time) noexcept;
 
 // The time base (time_base.cpp): ms since the start time. Offline it stands still but for
 // time_advance_to, which the host calls with the time of the next clock once the queues are empty.
+// Both changes begin the time anew, at 0; until then no clock may be set.
 double time_now() noexcept;
 void time_offline_begin() noexcept;
+void time_offline_end() noexcept;
 void time_advance_to(double time) noexcept;
 
 // --- Deferred execution (qelem.cpp, qelem_statistics.cpp) ----------------------------------------

@@ -137,6 +137,15 @@ void scheduler_drop_queue(Scheduler *scheduler) noexcept {
     }
 }
 
+void scheduler_times_reset() noexcept {
+    Scheduler *const global = scheduler_global();
+    const Guard guard(global->queue_lock);
+    global->time = global->audio_time = 0.0;
+    global->outside_time = 0.0;
+    global->has_run = false;
+    takeover_time_set(0.0);
+}
+
 double scheduler_time(Scheduler *scheduler, bool cached) noexcept {
     if (in_global_pass || running_scheduler == scheduler || scheduler->direct_time) {
         return scheduler->time;

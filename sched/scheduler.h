@@ -167,6 +167,8 @@ bool clock_fires_elsewhere(const Clock *clock) noexcept;
 // Logical time for a caller outside the audio rule: inside a pass the logical time, else the
 // outside estimate (through its cache, unless told otherwise).
 double scheduler_time(Scheduler *scheduler, bool cached) noexcept;
+// The global scheduler knows of no time yet: the time begins anew.
+void scheduler_times_reset() noexcept;
 // Takes off the queue and forgets every waiting clock.
 void scheduler_drop_queue(Scheduler *scheduler) noexcept;
 

@@ -25,10 +25,10 @@ struct Marks {
 thread_local Marks marks;
 
 std::atomic<ThreadId> main_thread{0};
-std::atomic<void (*)()> end_hook{nullptr};
+std::atomic<ThreadEndHook> end_hook{nullptr};
 
 void run_end_hook() noexcept {
-    if (void (*hook)() = end_hook.load()) {
+    if (const ThreadEndHook hook = end_hook.load()) {
         hook();
     }
 }
@@ -62,8 +62,8 @@ void threads_start() noexcept {
     main_thread.store(platform::thread_self());
 }
 
-void set_thread_end_hook(void (*hook)()) noexcept {
-    end_hook.store(hook);
+ThreadEndHook set_thread_end_hook(ThreadEndHook hook) noexcept {
+    return end_hook.exchange(hook);
 }
 
 void timer_thread_mark() noexcept {

@@ -22,6 +22,14 @@ State &state() {
     return immortal<State>();
 }
 
+void begin_anew(bool offline) {
+    State &s = state();
+    s.start_time.store(platform::time_ms());
+    s.offline_time.store(0.0);
+    s.offline.store(offline);
+    scheduler_times_reset();
+}
+
 }  // namespace
 
 double time_base() noexcept {
@@ -43,8 +51,11 @@ void time_reading_set(double reading) noexcept {
 }
 
 void time_offline_begin() noexcept {
-    state().offline_time.store(0.0);
-    state().offline.store(true);
+    begin_anew(true);
+}
+
+void time_offline_end() noexcept {
+    begin_anew(false);
 }
 
 void time_advance_to(double time) noexcept {

@@ -75,6 +75,22 @@ void record(const ConsoleEntry *entry, void *) {
                      entry->source, entry->origin.box_id->name});
 }
 
+// For a scope the console's display is one of the test's own.
+class Display {
+  public:
+    explicit Display(void (*show)(const ConsoleEntry *, void *) = record) {
+        console_drain();
+        shown.clear();
+        console_set_display(show, nullptr);
+    }
+    ~Display() {
+        console_drain();
+        record_posts();
+    }
+    Display(const Display &) = delete;
+    Display &operator=(const Display &) = delete;
+};
+
 TEST(Console, KindsSourcesAndCounts) {
     std::string unused;
     Witness *x = make_witness(&unused);
@@ -181,13 +197,12 @@ TEST(Console, SourceSuppliesItsDetails) {
     Witness *target = make_witness(&unused);
     Witness *x = make_witness(&unused);
     x->shown = &target->ob;
-    console_drain();
-    shown.clear();
-    console_set_display(record, nullptr);
-    console_set_origin_hook([](Object *, ConsoleOrigin *origin) { origin->box_id = gensym("b1"); });
+    const Display display;
+    const OriginHook former = console_set_origin_hook(
+        [](Object *, ConsoleOrigin *origin) { origin->box_id = gensym("b1"); });
     object_poststring(x, PostInfo, 5, "details");
     object_poststring(nullptr, PostInfo, 300, "without a source");
-    console_set_origin_hook(nullptr);
+    console_set_origin_hook(former);
     console_drain();
     ASSERT_EQ(shown.size(), 2u);
     EXPECT_EQ(shown[0].source, &target->ob);
@@ -203,9 +218,7 @@ TEST(Console, SourceSuppliesItsDetails) {
 }
 
 TEST(Console, EntriesOfThreadsWaitForTheMainThreadInOrder) {
-    console_drain();
-    shown.clear();
-    console_set_display(record, nullptr);
+    const Display display;
     constexpr int per_thread = 2000;
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
@@ -244,9 +257,7 @@ void post_flood(Object *x) {
 TEST(Console, FloodOfAThreadIsDroppedAndReported) {
     std::string unused;
     Witness *x = make_witness(&unused);
-    console_drain();
-    shown.clear();
-    console_set_display(record, nullptr);
+    const Display display;
     std::thread([x] {
         post_flood(&x->ob);
         error("%s", std::string(1000, '!').c_str());
@@ -271,9 +282,7 @@ TEST(Console, FloodOfAThreadIsDroppedAndReported) {
 }
 
 TEST(Console, FloodOfTheMainThreadIsShown) {
-    console_drain();
-    shown.clear();
-    console_set_display(record, nullptr);
+    const Display display;
     post_flood(nullptr);
     console_drain();
     ASSERT_EQ(shown.size(), static_cast<size_t>(flood));
@@ -283,15 +292,11 @@ TEST(Console, FloodOfTheMainThreadIsShown) {
 }
 
 TEST(Console, DisplayMayPostAndDrain) {
-    console_drain();
-    shown.clear();
-    console_set_display(
-        [](const ConsoleEntry *entry, void *) {
-            record(entry, nullptr);
-            post("after %s", entry->text);
-            console_drain();
-        },
-        nullptr);
+    const Display display([](const ConsoleEntry *entry, void *) {
+        record(entry, nullptr);
+        post("after %s", entry->text);
+        console_drain();
+    });
     post("one");
     post("two");
     console_drain();
@@ -305,9 +310,7 @@ TEST(Console, DisplayMayPostAndDrain) {
 }
 
 TEST(Console, ImmediateModeShowsBeforePostingReturns) {
-    console_drain();
-    shown.clear();
-    console_set_display(record, nullptr);
+    const Display display;
     console_set_immediate(true);
     post("now");
     EXPECT_EQ(shown.size(), 1u);

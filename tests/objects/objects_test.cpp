@@ -15,6 +15,7 @@
 
 #include "sched/internal.h"
 #include "support/console.h"
+#include "support/time.h"
 
 namespace kiv {
 namespace {
@@ -87,7 +88,6 @@ void settle() {
 // An object in a box of an empty patcher, with a recorder at each outlet.
 struct Bench {
     explicit Bench(const char *text) {
-        time_offline_begin();
         patcher = static_cast<Object *>(object_new("nobox"_sym, "jpatcher"_sym));
         object = jbox_get_object(newobject_fromboxtext(patcher, text));
         for (int32_t i = 0; i < outlet_count(object); ++i) {
@@ -135,6 +135,7 @@ struct Bench {
         settle();
     }
 
+    test::OfflineTime offline;
     Object *patcher;
     Object *object;
     std::vector<void *> recorders;
@@ -279,7 +280,7 @@ TEST(ObjectErrors, ArePostedOnceFromTheObject) {
 }
 
 TEST(MessageBox, EvaluatesItsTextAndChangesIt) {
-    time_offline_begin();
+    const test::OfflineTime offline;
     auto *const patcher = static_cast<Object *>(object_new("nobox"_sym, "jpatcher"_sym));
     Object *const box =
         newobject_sprintf(patcher, "@kivclass message @text \"a $1, b $2 $1\\; elsewhere $1\"");
@@ -334,7 +335,7 @@ Symbol *run_short_of_memory(const char *text, int64_t n) {
 // which the address sanitizer would find.
 TEST(ObjectMemory, AnyAllocationMayFail) {
     constexpr int64_t most_allocations = 60;
-    time_offline_begin();
+    const test::OfflineTime offline;
     for (const Case &c : cases) {
         Symbol *const name = run_short_of_memory(c.object, 0);
         for (int64_t n = 1; n <= most_allocations; ++n) {

@@ -20,6 +20,7 @@
 #include "sched/midi_queue.h"
 #include "sched/scheduler.h"
 #include "support/console.h"
+#include "support/time.h"
 
 namespace kiv {
 namespace {
@@ -173,6 +174,7 @@ TEST_F(ClockTest, NothingFiresForAFreedOwner) {
     scheduler_poll();
     EXPECT_EQ(fired, 0);
     object_free(clock);
+    class_free(c);
 }
 
 TEST_F(ClockTest, AClockMayFreeItselfAndItsNeighbour) {
@@ -180,7 +182,8 @@ TEST_F(ClockTest, AClockMayFreeItselfAndItsNeighbour) {
         Clock *self;
         Clock *neighbour;
     };
-    static int fired = 0;
+    static int fired;
+    fired = 0;
     Pair pair{};
     pair.self = clock_new_withscheduler(&pair, method(+[](Pair *p) {
         ++fired;
@@ -237,7 +240,7 @@ TEST_F(ClockTest, AgreesWithAModel) {
 }
 
 TEST_F(ClockTest, TheOutsideEstimateMovesInSteps) {
-    time_offline_begin();
+    const test::OfflineTime offline;
     scheduler_poll();
     double first = 0.0;
     double second = 0.0;
@@ -276,7 +279,7 @@ TEST_F(ClockTest, TheOutsideEstimateIsNeverAheadOfTheTimeBase) {
 // --- Schedulers ----------------------------------------------------------------------------------
 
 TEST_F(ClockTest, ClocksFollowTheirSchedulerIntoTheGlobalQueueAndBack) {
-    time_offline_begin();
+    const test::OfflineTime offline;
     Ticker first(1, scheduler);
     Ticker second(2, scheduler);
     clock_fset(first.clock, 1.0);
@@ -311,6 +314,7 @@ TEST_F(ClockTest, ClocksOutliveTheirScheduler) {
 }
 
 TEST_F(ClockTest, AClockOfNoSchedulerCountsFromTheTakeoverTime) {
+    const test::OfflineTime offline;
     Clock *const clock = clock_new_withscheduler(nullptr, method(+[](void *) {}), nullptr);
     scheduler_settime(nullptr, 500.0);
     clock_delay(clock, 20);
@@ -335,10 +339,11 @@ TEST_F(ClockTest, AnObjectsSchedulerIsItsOwnThenItsPatchers) {
     EXPECT_EQ(scheduler_fromobject(this), scheduler_global());
     object_free(x);
     object_free(patcher);
+    class_free(c);
 }
 
 TEST_F(ClockTest, ASuspendedSchedulerFiresLateAfterItResumes) {
-    time_offline_begin();
+    const test::OfflineTime offline;
     Ticker ticker(1, scheduler_global());
     clock_fdelay(ticker.clock, 5.0);
     sched_suspend();
@@ -413,7 +418,7 @@ TEST_F(ClockTest, ADriverRunsTheSchedulerInOverdriveAlone) {
 // --- MIDI ----------------------------------------------------------------------------------------
 
 TEST_F(ClockTest, MidiPacketsShareThePass) {
-    time_offline_begin();
+    const test::OfflineTime offline;
     scheduler_poll();
     MidiMemoryOutput output;
     MidiMemoryOutput closed;
@@ -445,7 +450,8 @@ TEST_F(ClockTest, MidiPacketsShareThePass) {
 // --- The timer -----------------------------------------------------------------------------------
 
 TEST_F(ClockTest, ATimerThatRunsWakesForWhatComesFirst) {
-    static std::atomic<int> fired{0};
+    static std::atomic<int> fired;
+    fired = 0;
     Clock *const late = clock_new(nullptr, method(+[](void *) {}));
     Clock *const early = clock_new(nullptr, method(+[](void *) { fired.fetch_add(1); }));
     overdrive_set(true);
@@ -464,7 +470,7 @@ TEST_F(ClockTest, ATimerThatRunsWakesForWhatComesFirst) {
 }
 
 TEST_F(ClockTest, EveryClockFiresOnceWhileOverdriveAndIntervalChange) {
-    static std::vector<std::atomic<int>> fired(300);
+    std::vector<std::atomic<int>> fired(300);
     std::vector<Clock *> clocks;
     system_timer_start();
     for (size_t i = 0; i < fired.size(); ++i) {
@@ -480,7 +486,7 @@ TEST_F(ClockTest, EveryClockFiresOnceWhileOverdriveAndIntervalChange) {
             scheduler_poll();
         }
     }
-    const auto all_fired = [] {
+    const auto all_fired = [&fired] {
         return std::all_of(fired.begin(), fired.end(), [](auto &count) { return count.load(); });
     };
     while (!all_fired()) {

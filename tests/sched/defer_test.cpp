@@ -14,6 +14,7 @@
 #include "platform/testing/testing.h"
 #include "sched/internal.h"
 #include "support/console.h"
+#include "support/time.h"
 
 namespace kiv {
 namespace {
@@ -169,7 +170,7 @@ TEST(Defer, RunsAtOnceOnTheMainThreadOrLaterInOrder) {
     defer_sys_low(nullptr, method(note), "system"_sym, 0, nullptr);
     atom_setlong(&five, 6);  // the calls have copies
     EXPECT_EQ(called.size(), 1u);
-    time_offline_begin();  // the system queue's pause between passes does not apply
+    const test::OfflineTime offline;  // the system queue's pause between passes does not apply
     run_queues();
     EXPECT_EQ(called, (std::vector<std::string>{"now5", "front", "low5", "system"}));
 }
@@ -188,6 +189,7 @@ TEST(Defer, CallsForAFreedOwnerAreDropped) {
     scheduler_poll();
     EXPECT_EQ(called, (std::vector<std::string>{"kept"}));
     object_free(another);
+    class_free(c);
 }
 
 TEST(Defer, LongListsArriveWholeAndThrowingFunctionsAreReported) {
@@ -219,7 +221,7 @@ TEST(Defer, ACallThatCannotCopyItsAtomsSaysSo) {
 
 TEST(Defer, ScheduledCallsRunInThePassOrAreHandedToTheMainThread) {
     called.clear();
-    time_offline_begin();
+    const test::OfflineTime offline;
     schedule_fdelay(nullptr, method(note), 20.0, "later"_sym, 0, nullptr);
     schedulef(nullptr, method(note), 10.0, "at"_sym, 0, nullptr);
     schedule_defer(nullptr, method(note), 30, "deferred"_sym, 0, nullptr);
@@ -231,8 +233,9 @@ TEST(Defer, ScheduledCallsRunInThePassOrAreHandedToTheMainThread) {
 }
 
 TEST(Defer, FromManyThreadsEveryCallRunsOnceOnTheMainThread) {
-    static std::atomic<int> count{0};
-    static std::atomic<int> elsewhere{0};
+    static std::atomic<int> count;
+    static std::atomic<int> elsewhere;
+    count = elsewhere = 0;
     const Method counting = method(+[](void *, Symbol *, int32_t, Atom *) {
         count.fetch_add(1);
         elsewhere.fetch_add(systhread_ismainthread() ? 0 : 1);
@@ -319,6 +322,7 @@ TEST(Ring, PassesEveryValueInOrderBetweenTwoThreads) {
 TEST(ScheduleQueue, ADrainDeliversThirtyTwoAndDropsTheNext) {
     static ScheduleQueue *queue;
     static std::vector<int64_t> delivered;
+    delivered.clear();
     queue = schedule_queue_new(nullptr, method(+[](void *, int64_t value) {
                                    delivered.push_back(value);
                                    if (value < 8) {
@@ -342,7 +346,8 @@ TEST(ScheduleQueue, ADrainDeliversThirtyTwoAndDropsTheNext) {
 
 TEST(ScheduleQueue, ItsFunctionMayFreeIt) {
     static ScheduleQueue *queue;
-    static int delivered = 0;
+    static int delivered;
+    delivered = 0;
     queue = schedule_queue_new(nullptr, method(+[](void *, int64_t) {
                                    ++delivered;
                                    object_free(queue);

@@ -15,6 +15,7 @@
 
 #include "sched/internal.h"
 #include "sched/scheduler.h"
+#include "support/time.h"
 
 namespace kiv {
 namespace {
@@ -181,12 +182,13 @@ TEST(Stress, ObjectsComeAndGoWhileTheirClocksAndElementsRun) {
         EXPECT_EQ(records[i].early.load(), 0);
         EXPECT_LE(records[i].runs.load(), records[i].requested.load() + records[i].fired.load());
     }
+    class_free(subject_class);
 }
 
 // What is set, called and freed again and again leaves nothing behind.
 TEST(Stress, MemoryStaysFlat) {
     constexpr int rounds = 20000;
-    time_offline_begin();
+    const test::OfflineTime offline;
     Clock *const clock = clock_new(nullptr, method(+[](void *) {}));
     Qelem *const element = qelem_new(nullptr, method(+[](void *) {}));
     const Method function = method(+[](void *, Symbol *, int32_t, Atom *) {});

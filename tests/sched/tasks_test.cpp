@@ -38,6 +38,7 @@ void *note_and_change(int *number) {
 
 TEST(QuitTasks, RunNewestFirstAndMayChangeTheList) {
     const int64_t live = memory_live_blocks();
+    quit_order.clear();
     for (int i = 0; i < 3; ++i) {
         quittask_install(method(note), &numbers[i]);
     }
@@ -289,6 +290,7 @@ TEST(BackgroundTasks, SendMessagesAndForgetFreedOwners) {
     }
     EXPECT_EQ(job.ran + job.completed, 0);
     EXPECT_EQ(send(x), failed);
+    class_free(c);
 }
 
 TEST(BackgroundTasks, ReportWhatARoutineThrowsAndWhatHasNoMemory) {

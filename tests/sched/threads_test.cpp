@@ -126,7 +126,7 @@ void *throw_out(void *) {
 }
 
 TEST(Threads, EveryEndCallsTheHookOnce) {
-    set_thread_end_hook(count_end);
+    const ThreadEndHook former = set_thread_end_hook(count_end);
     const struct {
         Method entry;
         uint32_t code;
@@ -142,7 +142,7 @@ TEST(Threads, EveryEndCallsTheHookOnce) {
         EXPECT_EQ(ended, 1);
     }
     EXPECT_NE(test::debug_capture_end().find("exception"), std::string::npos);
-    set_thread_end_hook(nullptr);
+    EXPECT_EQ(set_thread_end_hook(former), count_end);
 }
 
 void *wait_for_ever(Report *out) {
@@ -200,7 +200,8 @@ TEST(Threads, AudioMarksNestPerThread) {
 }
 
 TEST(Threads, SlotsHoldAValuePerThreadAndDestroyIt) {
-    static std::atomic<int> destroyed{0};
+    static std::atomic<int> destroyed;
+    destroyed = 0;
     ThreadKeyRef key = nullptr;
     ASSERT_EQ(
         systhread_key_create(&key, [](void *value) { destroyed += *static_cast<int *>(value); }),

@@ -16,6 +16,8 @@ struct Posted {
     std::string box_id;
 };
 
+// Makes the recorder the console's display, which it is when a test begins.
+void record_posts();
 // Everything posted since the last call, in order; drains the console first.
 std::vector<Posted> take_posts();
 std::vector<std::string> take_texts();

@@ -26,6 +26,10 @@ void record(const ConsoleEntry *entry, void *) {
 
 }  // namespace
 
+void record_posts() {
+    console_set_display(record, nullptr);
+}
+
 std::vector<Posted> take_posts() {
     console_drain();
     return std::exchange(recorded(), {});
@@ -42,9 +46,11 @@ std::vector<std::string> take_texts() {
 }  // namespace kiv::test
 
 int main(int argc, char **argv) {
+    // A test's own process must not be the copy of one that has threads.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     testing::InitGoogleTest(&argc, argv);
     kiv::startup();
-    kiv::console_set_display(kiv::test::record, nullptr);
+    kiv::test::record_posts();
     const int result = RUN_ALL_TESTS();
     kiv::shutdown();
     return result;
