@@ -118,8 +118,8 @@ constexpr bool is_inside(uint64_t at) {
 }  // namespace position
 
 extern constinit thread_local SendState *this_send_state;
-SendState *send_state_make() noexcept;  // null when memory is exhausted
-void send_state_free() noexcept;        // of the calling thread; the end of a thread calls it
+void send_states_start() noexcept;
+SendState *send_state_make() noexcept;  // null when memory is exhausted; the thread's end frees it
 
 inline SendState *send_state() noexcept {
     return this_send_state ? this_send_state : send_state_make();

@@ -39,13 +39,13 @@ constexpr ptrdiff_t stack_without_base = 250000;
 struct State {
     platform::CriticalSection lock;
     SendState *threads = nullptr;
+    platform::ThreadSlot *slot = nullptr;  // its destructor frees the send state
     Object *fresh = nullptr;
     Object *waiting = nullptr;
     int32_t retired = 0;  // blocks in both lists
 };
 State &state() {
-    static State instance;
-    return instance;
+    return immortal<State>();
 }
 
 class Lock {
@@ -68,13 +68,9 @@ const char *stack_limit() {
     return static_cast<const char *>(__builtin_frame_address(0)) - stack_without_base;
 }
 
-}  // namespace
-
-void send_state_free() noexcept {
-    SendState *mine = this_send_state;
-    if (!mine) {
-        return;
-    }
+// At the end of the thread, whoever started it.
+void send_state_free(void *value) {
+    auto *const mine = static_cast<SendState *>(value);
     this_send_state = nullptr;
     {
         Lock lock;
@@ -87,8 +83,6 @@ void send_state_free() noexcept {
     sysmem_freeptr(mine);
     memory_reclaim();
 }
-
-namespace {
 
 // Whether no other thread has a send state. Under the lock.
 bool is_alone() {
@@ -126,9 +120,14 @@ void wait_for_fresh() {
 
 }  // namespace
 
+void send_states_start() noexcept {
+    state().slot = platform::slot_create(send_state_free);
+}
+
 SendState *send_state_make() noexcept {
     void *block = sysmem_newptrclear(sizeof(SendState));
-    if (!block) {
+    if (!block || !state().slot || !platform::slot_set(state().slot, block)) {
+        sysmem_freeptr(block);
         return nullptr;
     }
     auto *made = new (block) SendState{};

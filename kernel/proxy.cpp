@@ -184,7 +184,7 @@ Class *proxy_class() noexcept {
 }
 
 void inlets_start() noexcept {
-    set_thread_end_hook(send_state_free);
+    send_states_start();
     watch_set(watch::barriers, !platform::barrier_everywhere());
     proxy_class();
 }

@@ -240,21 +240,22 @@ TEST(Attribute, HoldsItsOwnValue) {
 TEST(Attribute, WritingTouchesAndNotifies) {
     Item *x = item();
     Client *c = watch(x);
-    void *attribute = object_attr_get(x, "number"_sym);
+    void *attribute = attribute_new("fresh", "long"_sym, 0, nullptr, nullptr);
+    EXPECT_EQ(object_addattr(x, attribute), ErrorNone);
     const auto touched = [attribute] {
         return (reinterpret_cast<uintptr_t>(object_method(attribute, "getflags"_sym)) &
                 AttrTouched) != 0;
     };
     EXPECT_FALSE(touched());
-    EXPECT_EQ(object_attr_getdirty(x, "number"_sym), 0);
-    EXPECT_EQ(object_attr_setlong(x, "number"_sym, 0), ErrorNone);  // the value it had
+    EXPECT_EQ(object_attr_getdirty(x, "fresh"_sym), 0);
+    EXPECT_EQ(object_attr_setlong(x, "fresh"_sym, 0), ErrorNone);  // the value it had
     EXPECT_TRUE(touched());
     EXPECT_EQ(c->notices, 1);
     EXPECT_EQ(c->sender, x);
     EXPECT_EQ(c->data, attribute);
-    object_attr_getlong(x, "number"_sym);
+    object_attr_getlong(x, "fresh"_sym);
     EXPECT_EQ(c->notices, 1);
-    EXPECT_EQ(object_attr_touch(x, "number"_sym), ErrorNone);
+    EXPECT_EQ(object_attr_touch(x, "fresh"_sym), ErrorNone);
     EXPECT_EQ(c->notices, 2);
     EXPECT_EQ(object_attr_touch(x, "none"_sym), ErrorGeneric);
 }
@@ -312,7 +313,8 @@ TEST(Attribute, ClassMethodsFindAttributesAndHolders) {
     static void *hidden =
         attr_offset_new("hidden", "long"_sym, 0, nullptr, reinterpret_cast<Method>(twice_set),
                         offsetof(Item, number));
-    static int asked = 0;
+    static int asked;
+    asked = 0;
     Class *c = class_new("borrower", nullptr, nullptr, sizeof(Item), nullptr, 0);
     const auto get = +[](Item *, Symbol *name) -> void * {
         ++asked;
@@ -338,6 +340,8 @@ TEST(Attribute, ClassMethodsFindAttributesAndHolders) {
     set(x, "hidden", {atom(int64_t{5})});
     EXPECT_EQ(value_text(x, "hidden"), "10");
     EXPECT_EQ(set(x, "none", {}), ErrorGeneric);
+    object_free(x);
+    class_free(c);
 }
 
 TEST(Attribute, BoxesAskTheirInnerObject) {
@@ -505,6 +509,7 @@ TEST(Attribute, ClassesDescribeTheirAttributes) {
     EXPECT_EQ(value_text(y, "interval"), "0");
     object_free(y);
     object_free(x);
+    class_free(c);
 }
 
 TEST(Attribute, LockedAndInheritedValues) {
@@ -530,7 +535,7 @@ TEST(Attribute, SetterMayFreeItsObject) {
         object_free(target);
         return ErrorNone;
     };
-    static void *attribute =
+    void *attribute =
         attr_offset_new("last", "long"_sym, 0, nullptr, reinterpret_cast<Method>(free_it), 0);
     Class *c = class_new("brief", nullptr, nullptr, sizeof(Item), nullptr, 0);
     class_addattr(c, attribute);
@@ -541,4 +546,5 @@ TEST(Attribute, SetterMayFreeItsObject) {
     EXPECT_FALSE(object_isvalid(brief));
     EXPECT_TRUE(take_posts().empty());
     object_free(x);
+    class_free(c);
 }

@@ -179,6 +179,7 @@ Class *loaded = nullptr;
 TEST(Class, UnknownNamesAreLoadedOnceAskedFor) {
     KernelHooks &hooks = kernel_hooks();
     const KernelHooks kept = hooks;
+    loads = 0;
     hooks.maker_knows = [](Symbol *name) { return name == "makers_own"_sym; };
     hooks.load_class_module = [](Symbol *name_space, Symbol *name) {
         ++loads;

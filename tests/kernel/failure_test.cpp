@@ -111,19 +111,15 @@ Class *part_class_make() {
 class Failure : public testing::Test {
   protected:
     static Part *part() {
-        if (!part_class) {
-            part_class = part_class_make();
-        }
         return static_cast<Part *>(object_new_typed("failing"_sym, "failing_part"_sym, 0, nullptr));
     }
     static void SetUpTestSuite() { warm_extension_records(); }
-    static void TearDownTestSuite() {
-        class_free(part_class);
-        part_class = nullptr;
-    }
+    void SetUp() override { part_class = part_class_make(); }
+    void TearDown() override { EXPECT_EQ(class_free(part_class), ErrorNone); }
 };
 
 TEST_F(Failure, SettingUpAClassLeavesNothing) {
+    class_free(part_class);
     with_each_failure([] {
         if (Class *const c = part_class_make()) {
             EXPECT_EQ(class_free(c), ErrorNone);

@@ -226,6 +226,7 @@ std::string order;
 TEST(Object, FreeingCancelsClocksAfterTheFreeFunction) {
     KernelHooks &hooks = kernel_hooks();
     const KernelHooks kept = hooks;
+    order.clear();
     hooks.cancel_clocks = [](Object *) { order += "clocks "; };
     Class *const c = class_new("clocked", nullptr, method(+[](void *) { order += "free "; }),
                                sizeof(Object), nullptr, 0);

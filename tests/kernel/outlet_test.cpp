@@ -8,6 +8,7 @@
 #include "kernel/recorder.h"
 #include "sched/internal.h"
 #include "support/console.h"
+#include "support/memory.h"
 
 using namespace kiv;
 using namespace kiv::test;
@@ -331,47 +332,53 @@ TEST(Outlet, SendSurvivesWhatReceiversDo) {
 }
 
 TEST(Outlet, ConnectionsChangeWhileOtherThreadsSend) {
-    const int64_t before = memory_live_blocks();
-    static std::atomic<int64_t> served{0};
+    static std::atomic<int64_t> served;
+    served = 0;
     Class *c = class_new("counted", nullptr, nullptr, sizeof(Object), nullptr, 0);
     const auto count = +[](Object *, int64_t) { served.fetch_add(1, std::memory_order_relaxed); };
     class_addmethod(c, reinterpret_cast<Method>(count), "int", TypeLong, 0);
     class_register(nullptr, c);
-    void *steady = object_alloc(c);
-    void *owner = object_alloc(c);
-    Outlet *out = outlet_new(owner, "int");
-    outlet_add(out, steady);
-    std::atomic<bool> stop{false};
-    const auto sender = [&] {
-        while (!stop) {
-            outlet_int(out, 1);
+    warm_extension_records();
+    int64_t before = 0;
+    for (int round = 0; round < 2; ++round) {  // the first one makes classes and the send state
+        before = memory_live_blocks();
+        void *steady = object_alloc(c);
+        void *owner = object_alloc(c);
+        Outlet *out = outlet_new(owner, "int");
+        outlet_add(out, steady);
+        std::atomic<bool> stop{false};
+        const auto sender = [&] {
+            while (!stop) {
+                outlet_int(out, 1);
+            }
+        };
+        std::thread threads[] = {std::thread(sender), std::thread(sender)};
+        for (int i = 0; i < 1500; ++i) {
+            void *r = object_alloc(c);
+            Inlet *inlet = inlet4(r, steady, "int", "int");
+            outlet_add(out, inlet);
+            outlet_rm(out, inlet);
+            object_free(r);
         }
-    };
-    std::thread threads[] = {std::thread(sender), std::thread(sender)};
-    for (int i = 0; i < 3000; ++i) {
-        void *r = object_alloc(c);
-        Inlet *inlet = inlet4(r, steady, "int", "int");
-        outlet_add(out, inlet);
-        outlet_rm(out, inlet);
-        object_free(r);
+        const int64_t reached = served;
+        while (served == reached) {
+            std::this_thread::yield();
+        }
+        stop = true;
+        for (std::thread &thread : threads) {
+            thread.join();
+        }
+        EXPECT_STREQ(outlet_check(out), nullptr);
+        object_free(owner);
+        object_free(steady);
     }
-    const int64_t reached = served;
-    while (served == reached) {
-        std::this_thread::yield();
-    }
-    stop = true;
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    EXPECT_STREQ(outlet_check(out), nullptr);
-    object_free(owner);
-    object_free(steady);
-    // The class stays, and so do the send states of threads that the kernel did not start.
-    EXPECT_LT(memory_live_blocks() - before, 200);
+    EXPECT_EQ(memory_live_blocks(), before);
+    class_free(c);
 }
 
 TEST(Outlet, MessageToInletOwnersOfAClass) {
-    static int64_t got = 0;
+    static int64_t got;
+    got = 0;
     Class *c = class_new("told", nullptr, nullptr, sizeof(Object), nullptr, 0);
     const auto tell = +[](Object *, int64_t n) { got += n; };
     class_addmethod(c, reinterpret_cast<Method>(tell), "tell", TypeCant, 0);
@@ -386,6 +393,8 @@ TEST(Outlet, MessageToInletOwnersOfAClass) {
     outlet_msg(out, "told"_sym, "tell"_sym, 3);
     EXPECT_EQ(got, 3);
     EXPECT_TRUE(take_posts().empty());
+    object_free(x);
+    class_free(c);
 }
 
 TEST(Outlet, MonitorsAreToldFirst) {
@@ -406,6 +415,7 @@ TEST(Outlet, MonitorsAreToldFirst) {
     outlet_int(out, 5);
     EXPECT_EQ(take_messages(), Texts{"R int 5"});
     object_free(key);
+    class_free(c);
 }
 
 // The stack as the debugger sees it before each delivery: "SENDER selector > receiver", innermost
@@ -425,6 +435,7 @@ TEST(Outlet, TheDebuggerSeesEachDeliveryAndStopsSends) {
         }
     };
     static Texts seen;
+    seen.clear();
     message_debugging_set(
         [](const MessageEntry *entry, Object *receiver, void *) {
             std::string text;

@@ -72,6 +72,7 @@ TEST(Proxy, NestedMessagesSeeTheirOwnInlet) {
     outlet_int(s.to[2], 1);
     on_message() = nullptr;
     EXPECT_EQ(inlets, (std::vector<int32_t>{2, 0, 1, 2}));
+    EXPECT_EQ(take_messages(), Texts(3, "R int 1"));
 }
 
 TEST(Proxy, AnswersOnEachThreadForItself) {
@@ -90,6 +91,7 @@ TEST(Proxy, AnswersOnEachThreadForItself) {
     outlet_int(s.to[1], 1);
     on_message() = nullptr;
     EXPECT_EQ(inlets, (std::vector<int32_t>{1, 2, 1}));
+    EXPECT_EQ(take_messages(), Texts(2, "R int 1"));
 }
 
 TEST(Proxy, ReportsForTheOwner) {
@@ -171,6 +173,7 @@ TEST(Proxy, InletsComeAndGo) {
     typedmess(inlet_nth(owner, 1), "int"_sym, 1, &five);
     EXPECT_EQ(seen, 0);
     on_message() = nullptr;
+    EXPECT_EQ(take_messages(), Texts(4, "R int 5"));
     object_free(c);  // its inlet went to the other proxy
     object_free(owner);
 }

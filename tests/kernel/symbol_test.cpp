@@ -36,6 +36,12 @@ uint32_t chain_of(const std::string &name) {
     return hash % 32749;
 }
 
+// For names that no test has made before: they live as long as the process.
+std::string new_ending() {
+    static int made = 0;
+    return " (" + std::to_string(++made) + ")";
+}
+
 TEST(Symbol, PredefinedNamesStandInTheirOrder) {
     const struct {
         const char *name;
@@ -129,10 +135,11 @@ TEST(Symbol, NamesWithOneBeginningStayFast) {
 
 TEST(Symbol, ThreadsInterningTheSameNamesAgree) {
     constexpr size_t thread_count = 4;
+    const std::string own = new_ending();
     std::vector<std::string> names;
     for (int i = 0; i < 3000; ++i) {
-        names.push_back("thread " + std::to_string(i));
-        names.push_back("a beginning that all threads share " + std::to_string(i));
+        names.push_back("thread " + std::to_string(i) + own);
+        names.push_back("a beginning that all threads share " + std::to_string(i) + own);
     }
     const int64_t before = symbols_count_dynamic();
     std::vector<std::vector<Symbol *>> found(thread_count);
@@ -234,7 +241,7 @@ TEST(Symbol, TranslationFallsBackToTheSymbol) {
 
 TEST(Symbol, ExhaustedMemoryLeavesTheTableWhole) {
     int failures = 0;
-    const std::string text(200, 'm');
+    const std::string text = std::string(200, 'm') + new_ending();
     const int64_t before = symbols_count_dynamic();
     for (int i = 0; i < 1000; ++i) {
         const std::string name = text + std::to_string(i);
