@@ -356,6 +356,7 @@ TEST(Dictionary, SurvivesFailingAllocations) {
 
 TEST(Dictionary, NotifiesTheTablesClientsOfReplacements) {
     static int notified;
+    notified = 0;
     Class *c = class_new("dictionary_test_client", nullptr, nullptr, sizeof(Object), nullptr, 0);
     class_addmethod(c, method(+[](void *, Symbol *, Symbol *message, void *, void *) {
                         notified += message == "hashtab_entry_new"_sym;
@@ -377,6 +378,7 @@ TEST(Dictionary, NotifiesTheTablesClientsOfReplacements) {
     EXPECT_EQ(notified, 2);
     object_detach_byptr(client, dictionary->table);
     object_free(client);
+    class_free(c);
 }
 
 TEST(Dictionary, IsMadeFromTextAndPosted) {

@@ -50,13 +50,16 @@ inline std::string document(const std::vector<std::string> &boxes,
     return "{\"patcher\":" + patcher(boxes, lines) + "}";
 }
 
-// Has a folder of its own as the default path.
+// Has a folder of its own as the default path, with a name that the process has not used before: a
+// module is loaded once from a file.
 class DocumentTest : public testing::Test {
   protected:
     void SetUp() override {
+        static int made = 0;
         const auto *info = testing::UnitTest::GetInstance()->current_test_info();
         root = std::filesystem::temp_directory_path() /
-               (std::string("kiv_") + info->test_suite_name() + "_" + info->name());
+               (std::string("kiv_") + info->test_suite_name() + "_" + info->name() + "_" +
+                std::to_string(++made));
         std::filesystem::remove_all(root);
         std::filesystem::create_directories(root);
         path_setdefault(id(), 0);

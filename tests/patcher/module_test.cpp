@@ -14,6 +14,8 @@ class ModuleTest : public DocumentTest {
     }
     void TearDown() override {
         object_free(parent);
+        class_free(class_getifloaded(gensym("box"), gensym("echoer")));
+        nametab_add(gensym("echoer"), nullptr);
         DocumentTest::TearDown();
     }
     // Puts a module beside the document under a name.
