@@ -7,7 +7,7 @@
 
 #include "console/internal.h"
 #include "kernel/startup.h"
-#include "sched/internal.h"
+#include "sched/scheduler.h"
 
 namespace kiv::test {
 
@@ -23,6 +23,18 @@ void record(const ConsoleEntry *entry, void *) {
                           entry->origin.class_name ? entry->origin.class_name->name : "",
                           entry->origin.box_id ? entry->origin.box_id->name : ""});
 }
+
+// What a test must not leave to the next one in its process.
+class Traces : public testing::EmptyTestEventListener {
+    void OnTestEnd(const testing::TestInfo &) override {
+        double time = 0.0;
+        EXPECT_FALSE(next_clock_time(&time)) << "a clock still waits for " << time;
+        EXPECT_FALSE(overdrive_get());
+        EXPECT_FALSE(time_is_offline());
+        EXPECT_FALSE(scheduler_is_suspended());
+        take_posts();
+    }
+};
 
 }  // namespace
 
@@ -51,6 +63,7 @@ int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
     kiv::startup();
     kiv::test::record_posts();
+    testing::UnitTest::GetInstance()->listeners().Append(new kiv::test::Traces);
     const int result = RUN_ALL_TESTS();
     kiv::shutdown();
     return result;
