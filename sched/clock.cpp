@@ -54,8 +54,7 @@ void clock_free(Clock *clock) {
         const Guard guard(state().lock);
         state().by_owner.remove(clock);
     }
-    clock_unset(clock);
-    while (clock_fires_elsewhere(clock)) {
+    while (clock_withdraw(clock)) {
         std::this_thread::yield();
     }
     leave_scheduler(clock);
@@ -105,8 +104,7 @@ bool cancel_waiting(Object *owner) {
     const Guard guard(state().lock);
     bool fires = false;
     state().by_owner.visit(owner, [&fires](Clock *clock) {
-        clock_unset(clock);
-        fires = fires || clock_fires_elsewhere(clock);
+        fires |= clock_withdraw(clock);
         return true;
     });
     return fires;

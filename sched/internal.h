@@ -121,6 +121,11 @@ void scheduler_poll() noexcept;
 // When the next pass of the global scheduler has something to do: the time of its earliest clock,
 // or of the earliest MIDI packet. False when nothing waits, or the scheduler is suspended.
 bool next_clock_time(double *time) noexcept;
+// True when nothing waits in the global scheduler's queue and no run of it is under way. The main
+// thread is woken when that comes true on the timer's.
+bool scheduler_is_idle() noexcept;
+// The passes made so far on the main thread, or on others.
+int64_t scheduler_passes(bool on_main) noexcept;
 
 // The time base (time_base.cpp): ms since the start time. Offline it stands still but for
 // time_advance_to, which the host calls with the time of the next clock once the queues are empty.

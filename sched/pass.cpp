@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <utility>
 
 #include "sched/guarded.h"
 #include "sched/midi_queue.h"
@@ -23,32 +22,33 @@ struct Passes {
 };
 Passes passes;
 
-thread_local Scheduler *running_scheduler = nullptr;  // whose run this thread is in
-thread_local bool in_global_pass = false;
-
 struct Due {
     void *owner;
     Method function;
     Qelem *deferral;
 };
 
-// The thread's marks and the frame of a run. The caller has entered the run lock.
-class Run {
+class Run;
+thread_local const Run *innermost_run = nullptr;  // of the calling thread
+
+// A run under way. The caller has entered the run lock.
+class Run : public Firing {
   public:
     explicit Run(Scheduler *scheduler) noexcept
-        : scheduler_(scheduler), outer_running_(running_scheduler) {
-        running_scheduler = scheduler;
-        frame_.thread = systhread_self();
+        : Firing{}, scheduler_(scheduler), enclosing_(innermost_run), started_(time_base()) {
+        innermost_run = this;
+        thread = systhread_self();
         const Guard guard(scheduler->queue_lock);
-        frame_.outer = scheduler->firing;
-        scheduler->firing = &frame_;
+        outside_time_ = outside_time(scheduler);
+        outer = scheduler->firing;
+        scheduler->firing = this;
     }
     ~Run() {
-        running_scheduler = outer_running_;
-        if (!scheduler_freed()) {
+        innermost_run = enclosing_;
+        if (!scheduler_freed) {
             {
                 const Guard guard(scheduler_->queue_lock);
-                scheduler_->firing = frame_.outer;
+                scheduler_->firing = outer;
             }
             critical_exit(scheduler_->run_lock);
         }
@@ -56,45 +56,66 @@ class Run {
     Run(const Run &) = delete;
     Run &operator=(const Run &) = delete;
 
-    bool scheduler_freed() const noexcept { return frame_.scheduler_freed; }
+    // Whether the calling thread is in a run of a scheduler.
+    static bool is_inside(const Scheduler *scheduler) noexcept {
+        const Run *run = innermost_run;
+        while (run && run->scheduler_ != scheduler) {
+            run = run->enclosing_;
+        }
+        return run != nullptr;
+    }
+    // The logical time that callers outside count from: during a run not that of the clock which it
+    // fires. The caller holds the queue lock.
+    static double outside_time(const Scheduler *scheduler) noexcept {
+        return scheduler->firing ? static_cast<const Run *>(scheduler->firing)->outside_time_
+                                 : scheduler->time.load();
+    }
 
-    // Sets the time that callers inside the run see and, for the estimates outside it, when it was.
+    // Sets the logical time, for callers outside as from the beginning of the run.
     void set_times(double time) noexcept {
-        const double real = time_base();
         const Guard guard(scheduler_->queue_lock);
-        scheduler_->time = time;
+        scheduler_->time = outside_time_ = time;
         if (systhread_isaudiothread()) {
             scheduler_->audio_time = time;
         }
-        scheduler_->real_time = real;
+        scheduler_->real_time = started_;
         scheduler_->has_run = true;
     }
 
     // Takes the head off the queue when it is due at `now`, and moves the logical time.
     bool take_due(double now, double Clock::*due_time, Due *due) noexcept {
         const Guard guard(scheduler_->queue_lock);
-        frame_.clock = nullptr;  // the one before has returned
-        frame_.owner_object = nullptr;
+        clock = nullptr;  // the one before has returned
         clocks_settle(scheduler_);
-        Clock *const clock = scheduler_->queue;
-        if (!clock || clock->*due_time > now) {
+        Clock *const head = scheduler_->queue;
+        if (!head || head->*due_time > now) {
             return false;
         }
-        if (scheduler_->time.load(std::memory_order_relaxed) - clock->sort_time < slop()) {
-            scheduler_->time.store(clock->time, std::memory_order_relaxed);
+        if (scheduler_->time.load(std::memory_order_relaxed) - head->sort_time < slop()) {
+            scheduler_->time.store(head->time, std::memory_order_relaxed);
         }
-        clock_unlink(scheduler_, clock);
-        frame_.clock = clock;
-        frame_.owner_object = clock->owner_object;
-        *due = {clock->owner, clock->function, clock->deferral};
+        clock_unlink(scheduler_, head);
+        clock = head;
+        *due = {head->owner, head->function, head->deferral};
         return true;
     }
 
   private:
-    Scheduler *scheduler_;
-    Scheduler *outer_running_;
-    Firing frame_{};
+    Scheduler *const scheduler_;
+    const Run *const enclosing_;  // on this thread, of whatever scheduler
+    const double started_;        // on the time base
+    double outside_time_;         // under the queue lock
 };
+
+// Enters the run lock of a scheduler, if it may be run now.
+bool enter_run(Scheduler *scheduler) noexcept {
+    if (scheduler_is_shut_down()) {
+        scheduler_drop_queue(scheduler);
+        return false;
+    }
+    const bool suspended = scheduler_is_suspended() && scheduler == scheduler_global();
+    return !suspended && critical_tryenter(scheduler->run_lock);
+}
 
 void fire(const Due &due) noexcept {
     if (due.deferral) {
@@ -108,25 +129,29 @@ void fire(const Due &due) noexcept {
     event_context_pop();
 }
 
-bool any_firing(Scheduler *scheduler, const Clock *clock, ThreadId self) noexcept {
-    const Guard guard(scheduler->queue_lock);
-    for (const Firing *frame = scheduler->firing; frame; frame = frame->outer) {
-        if (frame->clock == clock && frame->thread != self) {
-            return true;
-        }
+// Under the scheduler's queue lock.
+bool fires_elsewhere(const Scheduler *scheduler, const Clock *clock) noexcept {
+    const ThreadId self = systhread_self();
+    const Firing *frame = scheduler->firing;
+    while (frame && (frame->clock != clock || frame->thread == self)) {
+        frame = frame->outer;
     }
-    return false;
+    return frame != nullptr;
 }
 
 }  // namespace
 
-bool clock_fires_elsewhere(const Clock *clock) noexcept {
-    const ThreadId self = systhread_self();
-    // A chained scheduler's clocks fire in the runs of the global one, and it may just have been
-    // chained or freed.
-    return any_firing(scheduler_global(), clock, self) ||
-           (clock->scheduler && clock->scheduler != scheduler_global() &&
-            any_firing(clock->scheduler, clock, self));
+// Both locks at once: a function that returns between two looks may have set its clock again. A
+// clock whose scheduler was chained or let go while it fired is found in either's runs.
+bool clock_withdraw(Clock *clock) noexcept {
+    Scheduler *const global = scheduler_global();
+    Scheduler *const own = clock->scheduler ? clock->scheduler : global;
+    const Guard own_guard(own->queue_lock);
+    const Guard global_guard(global->queue_lock);
+    if (clock->queue_slot) {
+        clock_unlink(queue_owner(own), clock);
+    }
+    return fires_elsewhere(own, clock) || fires_elsewhere(global, clock);
 }
 
 void scheduler_drop_queue(Scheduler *scheduler) noexcept {
@@ -147,7 +172,7 @@ void scheduler_times_reset() noexcept {
 }
 
 double scheduler_time(Scheduler *scheduler, bool cached) noexcept {
-    if (in_global_pass || running_scheduler == scheduler || scheduler->direct_time) {
+    if (Run::is_inside(scheduler) || Run::is_inside(scheduler_global()) || scheduler->direct_time) {
         return scheduler->time;
     }
     if (!scheduler->has_run && scheduler != scheduler_global()) {
@@ -155,9 +180,8 @@ double scheduler_time(Scheduler *scheduler, bool cached) noexcept {
     }
     const Guard guard(scheduler->queue_lock);
     // The global scheduler's time counts from the start time, before its first pass too.
-    const double estimate = scheduler->has_run
-                                ? scheduler->time + (time_base() - scheduler->real_time)
-                                : scheduler->time + time_now();
+    const double passed = scheduler->has_run ? time_base() - scheduler->real_time : time_now();
+    const double estimate = Run::outside_time(scheduler) + passed;
     if (!cached) {
         return estimate;
     }
@@ -169,15 +193,10 @@ double scheduler_time(Scheduler *scheduler, bool cached) noexcept {
 
 void scheduler_pass(double now) noexcept {
     Scheduler *const global = scheduler_global();
-    if (scheduler_is_shut_down()) {
-        scheduler_drop_queue(global);
-        return;
-    }
-    if (scheduler_is_suspended() || !critical_tryenter(global->run_lock)) {
+    if (!enter_run(global)) {
         return;
     }
     Run run(global);
-    const bool outer_pass = std::exchange(in_global_pass, true);
     run.set_times(now);
     (systhread_ismainthread() ? passes.on_main : passes.elsewhere).fetch_add(1);
     for (uint32_t left = poll_throttle(); left > 0; --left) {
@@ -191,7 +210,10 @@ void scheduler_pass(double now) noexcept {
         }
     }
     global->time = now;
-    in_global_pass = outer_pass;
+}
+
+int64_t scheduler_passes(bool on_main) noexcept {
+    return (on_main ? passes.on_main : passes.elsewhere).load();
 }
 
 void scheduler_poll() noexcept {
@@ -215,6 +237,13 @@ bool next_clock_time(double *time) noexcept {
     return *time != std::numeric_limits<double>::infinity() && !scheduler_is_suspended();
 }
 
+bool scheduler_is_idle() noexcept {
+    Scheduler *const global = scheduler_global();
+    const Guard guard(global->queue_lock);
+    double time = 0.0;
+    return !next_clock_time(&time) && !global->firing;
+}
+
 }  // namespace kiv
 
 using namespace kiv;
@@ -224,30 +253,26 @@ void scheduler_run(Scheduler *scheduler, double until) noexcept {
         return;
     }
     Scheduler *const owner = queue_owner(scheduler);
-    if (scheduler_is_shut_down()) {
-        scheduler_drop_queue(owner);
-        return;
-    }
-    if (!critical_tryenter(owner->run_lock)) {
+    if (!enter_run(owner)) {
         return;
     }
     Scheduler *const previous = scheduler_set(scheduler);
     {
         Run run(owner);
-        for (uint32_t left = poll_throttle(); left > 0 && !run.scheduler_freed(); --left) {
+        for (uint32_t left = poll_throttle(); left > 0 && !run.scheduler_freed; --left) {
             Due due;
             if (!run.take_due(until, &Clock::time, &due)) {
                 break;
             }
             fire(due);
         }
-        if (!run.scheduler_freed()) {
+        if (!run.scheduler_freed) {
             run.set_times(until);
         }
     }
-    scheduler_set(object_valid(previous) ? previous : nullptr);
+    scheduler_set(previous);
 }
 
 int32_t sched_isinpoll() noexcept {
-    return in_global_pass ? 1 : 0;
+    return Run::is_inside(scheduler_global()) ? 1 : 0;
 }

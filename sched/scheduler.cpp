@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
+#include <thread>
 
 #include "sched/scheduler.h"
 
@@ -31,16 +32,38 @@ struct State {
 };
 State state;
 
-thread_local Scheduler *current_scheduler = nullptr;  // of scheduler_set
+// Of scheduler_set, null for the global one; another thread may have freed it.
+thread_local Scheduler *current_scheduler = nullptr;
+
+Scheduler *as_scheduler(void *x) {
+    const bool is_one = object_valid(x) && class_of(x) == state.scheduler_class;
+    return is_one ? static_cast<Scheduler *>(x) : nullptr;
+}
+
+// After a change from which any clock may come first on the global queue.
+void tell_timer() {
+    timer_clock_set(-std::numeric_limits<double>::infinity());
+}
 
 // --- Life ----------------------------------------------------------------------------------------
 
-void let_go_of_clocks(Scheduler *scheduler) {
-    const Guard guard(scheduler->queue_lock);
+// Leaves the clocks to the global scheduler, unset; false while one fires on another thread, as it
+// may in a pass of the global one that this one chains to. It may set the others: one look at all.
+bool let_go_of_clocks(Scheduler *scheduler) {
+    const Guard own(scheduler->queue_lock);
+    const Guard global(state.global->queue_lock);
+    bool fires = false;
+    for (Clock *clock = scheduler->clocks; clock; clock = clock->sibling) {
+        fires |= clock_withdraw(clock);
+    }
+    if (fires) {
+        return false;
+    }
     while (Clock *const clock = scheduler->clocks) {
         scheduler->clocks = clock->sibling;
         clock->scheduler = state.global;
     }
+    return true;
 }
 
 // Waits for runs on other threads; one on this thread, whose clock frees its scheduler, is told.
@@ -51,12 +74,9 @@ void scheduler_free(Scheduler *scheduler) {
         critical_exit(scheduler->run_lock);
     }
     critical_exit(scheduler->run_lock);
-    if (scheduler->chain_to_global) {
-        const Guard guard(state.global->queue_lock);
-        clocks_move(state.global, scheduler, scheduler);
+    while (!let_go_of_clocks(scheduler)) {
+        std::this_thread::yield();
     }
-    scheduler_drop_queue(scheduler);
-    let_go_of_clocks(scheduler);
     if (current_scheduler == scheduler) {
         current_scheduler = nullptr;
     }
@@ -81,17 +101,22 @@ ErrorCode set_chain(Scheduler *scheduler, void *, int32_t argc, Atom *argv) {
         Scheduler *const from = chain ? scheduler : state.global;
         clocks_move(from, chain ? state.global : scheduler, scheduler);
     }
-    timer_clock_set(-std::numeric_limits<double>::infinity());
+    tell_timer();
     return ErrorNone;
 }
 
 Scheduler *stored_scheduler(void *x) {
-    void *scheduler = nullptr;
-    if (object_obex_lookup(x, "#S"_sym, &scheduler) != ErrorNone || !object_valid(scheduler) ||
-        class_of(scheduler) != state.scheduler_class) {
-        return nullptr;
-    }
-    return static_cast<Scheduler *>(scheduler);
+    void *stored = nullptr;
+    object_obex_lookup(x, "#S"_sym, &stored);
+    return as_scheduler(stored);
+}
+
+// The patcher that holds an object, or its box; an object under construction belongs to the one
+// that is being filled, on the main thread.
+void *patcher_around(Object *x) {
+    Object *const box = object_box(x);
+    void *const patcher = object_attr_getobj(box ? box : x, "patcher"_sym);
+    return patcher || !systhread_ismainthread() ? patcher : "#P"_sym->thing;
 }
 
 // --- Suspension and tuning -----------------------------------------------------------------------
@@ -116,14 +141,12 @@ void suspension_changed(bool suspended, const char *text) {
 }
 
 uint32_t throttle_change(std::atomic<uint32_t> &setting, uint32_t value, uint32_t *previous) {
-    const uint32_t old = setting.load();
+    const bool changes = value != std::numeric_limits<uint32_t>::max();
+    const uint32_t old = changes ? setting.exchange(value) : setting.load();
     if (previous) {
         *previous = old;
     }
-    if (value != std::numeric_limits<uint32_t>::max()) {
-        setting.store(value);
-    }
-    return setting.load();
+    return changes ? value : old;
 }
 
 void cancel_for(Object *x) {
@@ -225,23 +248,23 @@ Scheduler *scheduler_new() noexcept {
 
 Scheduler *scheduler_set(Scheduler *scheduler) noexcept {
     Scheduler *const previous = scheduler_get();
-    current_scheduler = scheduler;
+    current_scheduler = scheduler == state.global ? nullptr : scheduler;
     return previous;
 }
 
 Scheduler *scheduler_get() noexcept {
-    return current_scheduler ? current_scheduler : state.global;
+    Scheduler *const current = current_scheduler ? as_scheduler(current_scheduler) : nullptr;
+    return current ? current : state.global;
 }
 
 void scheduler_settime(Scheduler *scheduler, double time) noexcept {
-    if (std::isnan(time)) {
+    if (!std::isfinite(time)) {
         return;
     }
     if (!scheduler) {
         takeover_time_set(time);
     }
-    Scheduler *const target = scheduler ? scheduler : state.global;
-    target->time = time;
+    (scheduler ? scheduler : state.global)->time = time;
 }
 
 void scheduler_gettime(Scheduler *scheduler, double *out) noexcept {
@@ -255,9 +278,12 @@ void scheduler_shift(Scheduler *scheduler, double delta) noexcept {
     if (!scheduler || !std::isfinite(delta)) {
         return;
     }
-    const QueueGuard guard(scheduler);
-    scheduler->time = scheduler->time + delta;
-    clocks_shift(guard.owner(), scheduler, delta);
+    {
+        const QueueGuard guard(scheduler);
+        scheduler->time = scheduler->time + delta;
+        clocks_shift(guard.owner(), scheduler, delta);
+    }
+    tell_timer();
 }
 
 Scheduler *scheduler_fromobject(void *x) noexcept {
@@ -268,14 +294,11 @@ Scheduler *scheduler_fromobject(void *x) noexcept {
     if (Scheduler *const own = stored_scheduler(x)) {
         return own;
     }
-    Object *const box = object_box(static_cast<Object *>(x));
-    void *const patcher = box ? object_attr_getobj(box, "patcher"_sym) : "#P"_sym->thing;
-    Scheduler *const shared =
-        object_valid(patcher) && patcher != x ? stored_scheduler(patcher) : nullptr;
+    Scheduler *const shared = stored_scheduler(patcher_around(static_cast<Object *>(x)));
     if (!shared) {
         return state.global;
     }
-    object_obex_storeflags(x, "#S"_sym, reinterpret_cast<Object *>(shared), ContainerReference);
+    object_obex_store(x, "#S"_sym, shared);
     return shared;
 }
 

@@ -58,7 +58,6 @@ struct ClockArrival {
 // What a run of a scheduler is calling now; on the stack of the thread that runs it.
 struct Firing {
     const Clock *clock;  // null between two clocks
-    const Object *owner_object;
     ThreadId thread;
     bool scheduler_freed;  // by the clock's own function: the run must let go of it
     Firing *outer;
@@ -162,8 +161,8 @@ void clocks_cancel(Object *owner) noexcept;
 
 // One pass of the global scheduler at `now`.
 void scheduler_pass(double now) noexcept;
-// True while another thread runs the clock's function.
-bool clock_fires_elsewhere(const Clock *clock) noexcept;
+// Unsets a clock; true when another thread runs its function just now, which may set it again.
+bool clock_withdraw(Clock *clock) noexcept;
 // Logical time for a caller outside the audio rule: inside a pass the logical time, else the
 // outside estimate (through its cache, unless told otherwise).
 double scheduler_time(Scheduler *scheduler, bool cached) noexcept;

@@ -71,8 +71,10 @@ void takeover_start() noexcept {
     "systimer_notifystartiovector"_sym->thing = reinterpret_cast<void *>(driver_starting);
 }
 
+// The record is the driver's to write: nonsense in it must not become the time.
 double takeover_time() noexcept {
-    return std::atomic_ref(record.time).load(std::memory_order_relaxed);
+    const double time = std::atomic_ref(record.time).load(std::memory_order_relaxed);
+    return std::isfinite(time) ? time : time_now();
 }
 
 void takeover_time_set(double time) noexcept {

@@ -61,6 +61,9 @@ void *timer_thread(void *argument) {
         const double now = platform::time_ms();
         const double wait = std::max(until_due, earliest - now);
         if (wait > 0.0) {
+            if (wait == never) {
+                main_wake();  // the host may be waiting for the last clock
+            }
             s.changed.wait(wait == never ? platform::wait_forever : wait);
             continue;
         }
@@ -154,8 +157,6 @@ int32_t *overdrive_flag() noexcept {
 void overdrive_set(bool on) noexcept {
     on = on && !time_is_offline();
     apply_and_forget([on](State &s) { s.overdrive.store(on ? 1 : 0); });
-    state().changed.set();
-    main_wake();
 }
 
 bool overdrive_get() noexcept {

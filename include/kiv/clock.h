@@ -6,8 +6,8 @@
       again moves it behind those.
    2. The function is called as function(owner), on the thread that runs the scheduler: the main
       thread, or in overdrive the timer's. It may set, unset and free any clock, its own included.
-   3. While it runs the scheduler's time is the time the clock was set to, unless the pass came 25
-   ms late or later: so a clock that sets itself again counts from when it was due.
+   3. While it runs the scheduler's time is the time the clock was set to, unless the pass came
+      25 ms late or later: so a clock that sets itself again counts from when it was due.
    4. A clock is freed with object_free. Freeing it, or the object that owns it, waits for its
       function when that runs on another thread; afterwards the function is not called any more.
    5. Any thread may call these; a null clock is ignored. A time that is not a number counts as 0.
@@ -48,8 +48,8 @@ KIV_EXPORT void clock_getftime(double *out) KIV_NOEXCEPT;
 /* The same without the steps that steady the time outside a pass. */
 KIV_EXPORT void clock_getftime_nocache(double *out) KIV_NOEXCEPT;
 
-/* Older names: clock_set, clock_unset, clock_delay with a negative delay taken as 0, clock_unset.
- */
+/* Older names of clock_set, clock_unset, clock_delay (a negative delay is taken as 0) and
+   clock_unset. */
 KIV_EXPORT void clock_xset(Clock *clock, int64_t ms) KIV_NOEXCEPT;
 KIV_EXPORT void clock_xunset(Clock *clock) KIV_NOEXCEPT;
 KIV_EXPORT void clock_xdelay(Clock *clock, int64_t ms) KIV_NOEXCEPT;

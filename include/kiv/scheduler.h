@@ -5,7 +5,7 @@
    2. Times are milliseconds. Only one thread runs a scheduler at a time; another that tries returns
       at once.
    3. Where a scheduler is asked for, one that chains to the global one (attribute "chaintoglobal")
-      stands for that: its clocks wait in the global queue.
+      stands for that: its clocks wait in the global queue, and its time is the global one's.
    4. Any thread may call these. A time that is not a number is ignored. */
 #ifndef KIV_SCHEDULER_H
 #define KIV_SCHEDULER_H
@@ -15,8 +15,9 @@
 
 KIV_BEGIN
 
-/* Makes a scheduler, at time 0; freed with object_free, when its clocks become the global one's.
-   Null when there is no memory. */
+/* Makes a scheduler, at time 0; freed with object_free, when its clocks become the global one's,
+   unset. Freeing it waits for its runs on other threads, and for its clocks that fire there; no
+   other thread may use it or set its clocks meanwhile. Null when there is no memory. */
 KIV_EXPORT Scheduler *scheduler_new(void) KIV_NOEXCEPT;
 /* Fires every clock due up to and including `until`, no more than the poll throttle; then the
    logical time is `until`. Meanwhile it is the thread's current scheduler. Null does nothing. */
@@ -26,7 +27,8 @@ KIV_EXPORT void scheduler_run(Scheduler *scheduler, double until) KIV_NOEXCEPT;
 KIV_EXPORT Scheduler *scheduler_set(Scheduler *scheduler) KIV_NOEXCEPT;
 /* The calling thread's current scheduler, at first the global one. */
 KIV_EXPORT Scheduler *scheduler_get(void) KIV_NOEXCEPT;
-/* Sets a scheduler's logical time; null: the global one's and the takeover time. */
+/* Sets a scheduler's own logical time, seen while it does not chain. Null: the global one's and the
+   takeover time. An infinite time is ignored. */
 KIV_EXPORT void scheduler_settime(Scheduler *scheduler, double time) KIV_NOEXCEPT;
 /* Stores the time of a scheduler (null: the global one): on an audio thread its audio time, inside
    a pass its logical time, elsewhere an estimate that moves forward in steps of more than 2 ms. */

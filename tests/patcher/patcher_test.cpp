@@ -468,5 +468,26 @@ TEST_F(PatcherTest, ListenersHearOfBoxes) {
     object_free(x);
 }
 
+TEST_F(PatcherTest, ItsSchedulerServesItsBoxesAndTheirObjects) {
+    Scheduler *const other = scheduler_new();
+    Scheduler *const scheduler = scheduler_new();
+    Object *p = empty_patcher();
+    object_obex_store(p, "#S"_sym, scheduler);
+    Object *const box = add(p, "print");
+    Object *const object = jbox_get_object(box);
+    for (void *const inside :
+         {static_cast<void *>(p), static_cast<void *>(object), static_cast<void *>(box)}) {
+        EXPECT_EQ(scheduler_fromobject(inside), scheduler);
+    }
+    object_free(scheduler);
+    EXPECT_EQ(scheduler_fromobject(object), scheduler_global());
+    object_obex_store(p, "#S"_sym, other);
+    EXPECT_EQ(scheduler_fromobject(object), other);
+    object_free(p);
+    EXPECT_EQ(scheduler_fromobject(object), scheduler_global());
+    EXPECT_EQ(take_texts(), Texts{});
+    object_free(other);
+}
+
 }  // namespace
 }  // namespace kiv
