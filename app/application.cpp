@@ -56,7 +56,8 @@ void throttle_set(int64_t value) {
     }
 }
 
-// A tuning value as an attribute of the application. A value out of range changes nothing.
+// A tuning value as an attribute of the application. A value out of range, or one that is no
+// number, changes nothing.
 template <auto get, auto set>
 struct Tuning {
     static ErrorCode read(Application *, void *, int32_t *argc, Atom **argv) noexcept {
@@ -71,7 +72,7 @@ struct Tuning {
         }
     }
     static ErrorCode write(Application *, void *, int32_t argc, Atom *argv) noexcept {
-        if (argc > 0) {
+        if (argc > 0 && (argv->type == TypeLong || argv->type == TypeFloat)) {
             if constexpr (std::is_floating_point_v<decltype(get())>) {
                 set(atom_getfloat(argv));
             } else {

@@ -16,9 +16,14 @@ namespace {
 constexpr double no_limit = std::numeric_limits<double>::infinity();
 constexpr int most_passes_at_once = 1000;
 
+// The scheduler first: what its last clock, on another thread, has put into a queue is there then.
 bool idle() {
+    return !input_open() && scheduler_is_idle() && main_queues_empty();
+}
+
+bool clock_is_due() {
     double time = 0.0;
-    return !input_open() && main_queues_empty() && !next_clock_time(&time);
+    return next_clock_time(&time) && time <= time_now();
 }
 
 // One round of work; the ms until the queues want the next one, negative when they want none.
@@ -29,9 +34,14 @@ double work() {
     return main_queues_pass();
 }
 
-// Runs what waits now. What keeps setting itself again is left for the loop, or for nobody.
+// Runs what waits now, whatever keeps setting itself again a limited number of times. No timer runs
+// the scheduler meanwhile.
 void empty_queues_once() {
-    for (int pass = 0; pass < most_passes_at_once && work() == 0.0; ++pass) {
+    for (int pass = 0; pass < most_passes_at_once; ++pass) {
+        scheduler_poll();
+        if (main_queues_pass() != 0.0 && !clock_is_due()) {
+            return;
+        }
     }
 }
 

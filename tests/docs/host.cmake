@@ -42,10 +42,22 @@ file(WRITE ${WORK}/delayed.kivpat "{\"patcher\": {\"boxes\": [{\"box\": {\"kivcl
     {\"box\": {\"kivclass\": \"newobj\", \"id\": \"c\", \"text\": \"print late\"}}], \"lines\": [
     {\"patchline\": {\"source\": [\"a\", 0], \"destination\": [\"b\", 0]}},
     {\"patchline\": {\"source\": [\"b\", 0], \"destination\": [\"c\", 0]}}]}}")
+file(READ ${WORK}/delayed.kivpat delayed)
+string(REPLACE "pipe 50" "pipe 0" due "${delayed}")
+file(WRITE ${WORK}/due.kivpat "${due}")
+file(WRITE ${WORK}/silent.kivpat "{\"patcher\": {\"boxes\": [{\"box\": {\"kivclass\": \"newobj\", \"id\": \"a\",
+    \"text\": \"loadbang\"}}, {\"box\": {\"kivclass\": \"newobj\", \"id\": \"b\", \"text\": \"delay 50\"}}],
+    \"lines\": [{\"patchline\": {\"source\": [\"a\", 0], \"destination\": [\"b\", 0]}}]}}")
 file(WRITE ${WORK}/lines "; in 1\n; in 2\n")
 foreach(offline "" --offline)
     expect(0 "^late: 1\nlate: 2\n$" lines ${offline} --interactive --until-idle delayed.kivpat)
     expect(0 "^$" lines ${offline} --interactive --until-idle --send "; kiv quit" delayed.kivpat)
+endforeach()
+# In overdrive too what is due at once fires, and the end of the last clock is noticed.
+foreach(overdrive "" --overdrive)
+    expect(0 "^late: 1\nlate: 2\n$" empty --for 0 ${overdrive} --send "kiv setpollthrottle 1" --send "in 1"
+        --send "in 2" due.kivpat)
+    expect(0 "^$" empty --until-idle ${overdrive} silent.kivpat)
 endforeach()
 expect(0 "pipe: int 3\nprint: int 3\nlate: 3\n$" empty --for 1 --offline --send "; kiv overdrive 1"
     --send "; kiv debugmessages 1" --send "; in 3" delayed.kivpat)
