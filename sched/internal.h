@@ -20,11 +20,12 @@ class CriticalSection;
 
 namespace kiv {
 
-// --- Memory (memory.cpp) -------------------------------------------------------------------------
+// --- Memory (memory.cpp, small_blocks.cpp) -------------------------------------------------------
 
 // Lets the n-th allocation from now fail once (1 = the next one); 0 switches this off. Tests only.
 void memory_fail_at(int64_t n) noexcept;
-// Blocks handed out and not yet freed. Tests compare it before and after.
+// Blocks handed out and not yet freed; exact while no other thread allocates. Tests compare it
+// before and after.
 int64_t memory_live_blocks() noexcept;
 
 // Standard containers take their memory from sysmem_newptr through this allocator, so that one
@@ -85,7 +86,9 @@ void threads_start() noexcept;
 // thread's send state. The hook that was there before.
 using ThreadEndHook = void (*)();
 ThreadEndHook set_thread_end_hook(ThreadEndHook hook) noexcept;
-// Marks the calling thread as the timer's, for systhread_istimerthread.
+// Marks the calling thread as the runtime's own, which no function that it calls may end with
+// systhread_exit; the timer's also for systhread_istimerthread.
+void service_thread_mark() noexcept;
 void timer_thread_mark() noexcept;
 // Runs the quit tasks, newest first. The host calls it once, when it ends.
 void quittasks_run() noexcept;

@@ -21,6 +21,7 @@ static_assert(sizeof(StartRecord) == 24);
 struct Marks {
     int32_t audio = 0;
     bool timer = false;
+    bool may_exit = false;  // its entry is a caller's
 };
 thread_local Marks marks;
 
@@ -51,6 +52,7 @@ uint32_t run_thread(void *argument) {
     sysmem_freeptr(record);
     systhread_setpriority(systhread_self(), start.priority);
     systhread_eliminatedenormals();
+    marks.may_exit = true;
     call_entry(start.entry, start.argument);
     run_end_hook();
     return 0;
@@ -66,7 +68,12 @@ ThreadEndHook set_thread_end_hook(ThreadEndHook hook) noexcept {
     return end_hook.exchange(hook);
 }
 
+void service_thread_mark() noexcept {
+    marks.may_exit = false;
+}
+
 void timer_thread_mark() noexcept {
+    service_thread_mark();
     marks.timer = true;
 }
 
@@ -106,8 +113,10 @@ uint32_t systhread_detach(ThreadId thread) noexcept {
 }
 
 void systhread_exit(uint32_t status) noexcept {
-    run_end_hook();
-    platform::thread_exit(status);
+    if (marks.may_exit) {
+        run_end_hook();
+        platform::thread_exit(status);
+    }
     platform::debug_output("systhread_exit: this thread was not made by systhread_create\n");
 }
 

@@ -27,7 +27,8 @@ typedef struct ThreadKey *ThreadKeyRef;
 KIV_EXPORT uint32_t systhread_create(Method entry, void *argument, int64_t stack_size,
                                      int32_t priority, int32_t flags,
                                      ThreadId *thread) KIV_NOEXCEPT;
-/* Waits without limit for a thread to end and stores its exit code in `exit_code`, when given.
+/* Waits without limit for a thread to end (the destructors of its slots have run then) and stores
+   its exit code in `exit_code`, when given.
    Fails for 0, for an unknown identifier, for the calling thread, and for a thread that was joined
    or was detached and has ended. The exit codes of the last 1,024 threads that nobody joined are
    kept. */
@@ -35,8 +36,8 @@ KIV_EXPORT uint32_t systhread_join(ThreadId thread, uint32_t *exit_code) KIV_NOE
 /* Says that nobody will join a thread: nothing is kept of it when it ends. */
 KIV_EXPORT uint32_t systhread_detach(ThreadId thread) KIV_NOEXCEPT;
 /* Ends the calling thread where it stands, without running destructors of its frames. Only threads
-   made by systhread_create end so; on any other the call returns, after a line on the debug
-   output. */
+   made by systhread_create end so; on any other, and on those that run parallel and background
+   tasks or the timer, the call returns, after a line on the debug output. */
 KIV_EXPORT void systhread_exit(uint32_t status) KIV_NOEXCEPT;
 /* Ends another thread made by systhread_create wherever it is. Its locks stay locked and its memory
    allocated: a last resort. */
@@ -104,7 +105,7 @@ KIV_EXPORT uint32_t systhread_cond_broadcast(ConditionRef condition) KIV_NOEXCEP
 
 /* --- read-write locks: any number of readers, or one writer. All return 0, or -1 when they failed
    or the lock is null. A reader may read again and a writer may write or read again; a reader that
-   locks for writing waits for itself. */
+   locks for writing waits for itself. Whoever locks also unlocks. */
 
 /* Makes a lock of kind 1, the default (0 means 1 too); -1 for any other kind or without memory. */
 KIV_EXPORT int32_t systhread_rwlock_new(RwlockRef *lock, int32_t kind) KIV_NOEXCEPT;

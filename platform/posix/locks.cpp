@@ -6,29 +6,23 @@
 #ifndef _GNU_SOURCE
 #define _GNU_SOURCE
 #endif
+#include <linux/futex.h>
 #include <pthread.h>
+#include <sys/syscall.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <new>
 
 #include "platform/platform.h"
+#include "platform/posix/posix.h"
 
 namespace kiv::platform {
 
 namespace {
-
-// These primitives fail only on broken memory or a caller that unlocks what it does not hold.
-void must(int result, const char *call) noexcept {
-    if (result != 0) {
-        std::fprintf(stderr, "%s failed: %d\n", call, result);
-        std::abort();
-    }
-}
 
 inline void spin_pause() noexcept {
 #if defined(__x86_64__)
@@ -48,6 +42,7 @@ class Lock {
     Lock &operator=(const Lock &) = delete;
 
   private:
+    PutOffEnd put_off_;  // outlives the lock
     pthread_mutex_t &mutex_;
 };
 
@@ -155,14 +150,12 @@ void CriticalSection::exit() noexcept {
 
 namespace {
 
-constexpr int unclaimed = -2;
-
 // A thread that waits for one event or for either of two.
 struct Waiter {
-    std::atomic<int> claim{unclaimed};  // index of the event that released it; -1: the time ran out
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    pthread_cond_t released;
+    // What ended its sleep: the index of an event, or woken_by_time. The thread sleeps on it.
+    std::atomic<int> claim{asleep};
 };
+static_assert(sizeof(std::atomic<int>) == sizeof(uint32_t));  // as the system's call wants it
 
 struct WaiterLink {
     Waiter *waiter;
@@ -184,7 +177,7 @@ EventState &event_state(std::byte *storage) noexcept {
 }
 
 bool claim(Waiter &waiter, int index) noexcept {
-    int expected = unclaimed;
+    int expected = asleep;
     return waiter.claim.compare_exchange_strong(expected, index);
 }
 
@@ -222,25 +215,24 @@ timespec deadline_after(double ms) noexcept {
 
 void sleep_until_claimed(Waiter &waiter, double ms) noexcept {
     const timespec deadline = deadline_after(ms);
-    const Lock lock(waiter.mutex);
-    while (waiter.claim.load() == unclaimed) {
-        if (ms < 0.0) {
-            pthread_cond_wait(&waiter.released, &waiter.mutex);
-        } else if (pthread_cond_timedwait(&waiter.released, &waiter.mutex, &deadline) ==
-                   ETIMEDOUT) {
-            claim(waiter, -1);
+    ending.sleeps_on = &waiter.claim;
+    while (waiter.claim.load() == asleep) {
+        if (syscall(SYS_futex, &waiter.claim, FUTEX_WAIT_BITSET_PRIVATE, asleep,
+                    ms < 0.0 ? nullptr : &deadline, nullptr, FUTEX_BITSET_MATCH_ANY) != 0 &&
+            errno == ETIMEDOUT) {
+            claim(waiter, woken_by_time);
         }
     }
+    ending.sleeps_on = nullptr;
+}
+
+void wake(Waiter &waiter) noexcept {
+    syscall(SYS_futex, &waiter.claim, FUTEX_WAKE_PRIVATE, 1);
 }
 
 int wait_for(EventState *events[], int count, double ms) noexcept {
+    const PutOffEnd until_it_has_left_the_lists;
     Waiter waiter;
-    pthread_condattr_t attributes;
-    must(pthread_condattr_init(&attributes), "pthread_condattr_init");
-    must(pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC), "pthread_condattr_setclock");
-    must(pthread_cond_init(&waiter.released, &attributes), "pthread_cond_init");
-    pthread_condattr_destroy(&attributes);
-
     WaiterLink links[2];
     for (int i = 0; i < count; ++i) {
         links[i].waiter = &waiter;
@@ -251,8 +243,6 @@ int wait_for(EventState *events[], int count, double ms) noexcept {
     for (int i = 0; i < count; ++i) {
         leave_event(*events[i], links[i]);
     }
-    pthread_cond_destroy(&waiter.released);
-    pthread_mutex_destroy(&waiter.mutex);
     return waiter.claim.load();
 }
 
@@ -276,8 +266,7 @@ void Event::set() noexcept {
     for (WaiterLink *link = event.waiters; link && event.is_set; link = link->next) {
         if (claim(*link->waiter, link->index)) {
             event.is_set = event.manual_reset;
-            const Lock waiter_lock(link->waiter->mutex);
-            pthread_cond_signal(&link->waiter->released);
+            wake(*link->waiter);
         }
     }
 }

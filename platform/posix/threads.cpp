@@ -4,6 +4,8 @@
 // or was started here has a record in one table, under one lock. The record of a started thread
 // outlives it, with its exit code, until it is joined or detached (the oldest is dropped when more
 // than `max_ended` wait); the record of any other thread goes with the thread.
+//
+// A thread has ended when its slots' destructors have run, whatever way it took out of its entry.
 #ifndef _GNU_SOURCE
 #define _GNU_SOURCE
 #endif
@@ -17,12 +19,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <new>
 
 #include "platform/platform.h"
+#include "platform/posix/posix.h"
 
 #if defined(__x86_64__)
 #include <xmmintrin.h>
@@ -34,11 +38,13 @@ namespace {
 
 struct Thread {
     uint32_t id;
-    Thread *next;    // in its chain of the table
-    Thread *newer;   // among the ended ones
-    int references;  // the thread itself while it runs, the table, and those who join
-    bool started;    // by thread_start
-    bool running;
+    Thread *next;              // in its chain of the table
+    Thread *newer;             // among the ended ones
+    int references;            // the thread itself while it runs, the table, and those who join
+    std::atomic<int> running;  // 1 until it has ended; whoever joins waits for the 0
+    int end_rounds;            // of destructors that are to come
+    bool started;              // by thread_start
+    bool terminated;           // before it ran
     bool detached;
     bool in_table;
     uint32_t exit_code;
@@ -55,7 +61,6 @@ constexpr int max_ended = 1024;
 
 struct Threads {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    pthread_cond_t ended = PTHREAD_COND_INITIALIZER;  // some thread ended
     uint32_t last_id = 0;
     Thread *table[chains] = {};
     Thread *oldest_ended = nullptr;
@@ -70,32 +75,18 @@ Threads &threads() {
     return *instance;
 }
 
-thread_local Thread *self_record = nullptr;
+thread_local Thread *self_record = nullptr;  // of a thread in its entry
 thread_local uint32_t self_id = 0;
-
-// A thread that is to be terminated while it holds the table's lock ends when it lets go of it.
-thread_local volatile sig_atomic_t holds_lock = 0;
-thread_local volatile sig_atomic_t must_end = 0;
-
-[[noreturn]] void end_self() {
-    siglongjmp(self_record->end, 1);
-}
 
 class Lock {
   public:
-    Lock() {
-        holds_lock = 1;
-        pthread_mutex_lock(&threads().mutex);
-    }
-    ~Lock() {
-        pthread_mutex_unlock(&threads().mutex);
-        holds_lock = 0;
-        if (must_end && self_record) {
-            end_self();
-        }
-    }
+    Lock() { pthread_mutex_lock(&threads().mutex); }
+    ~Lock() { pthread_mutex_unlock(&threads().mutex); }
     Lock(const Lock &) = delete;
     Lock &operator=(const Lock &) = delete;
+
+  private:
+    PutOffEnd put_off_;  // outlives the lock
 };
 
 // --- The table; the caller holds the lock --------------------------------------------------------
@@ -167,26 +158,58 @@ void keep_ended(Thread *thread) {
 
 // --- A thread's life -----------------------------------------------------------------------------
 
+Thread *make_record() {
+    void *memory = std::malloc(sizeof(Thread));
+    if (!memory) {
+        return nullptr;
+    }
+    auto *thread = new (memory) Thread{};
+    thread->running.store(1);
+    thread->references = 1;
+    return thread;
+}
+
 void thread_ended(Thread *thread) {
     const Lock lock;
-    thread->running = false;
+    thread->running.store(0);
+    thread->running.notify_all();
     if (thread->started && !thread->detached) {
         keep_ended(thread);
     } else {
         remove(thread);
     }
-    pthread_cond_broadcast(&threads().ended);
     release(thread);
 }
 
-// Marks the end of the thread however its entry is left, forced unwinding included.
-struct EndOfThread {
-    Thread *thread;
-    ~EndOfThread() {
-        self_record = nullptr;  // from here on it cannot be terminated
-        thread_ended(thread);
-    }
-};
+// The last round is left to others: a sanitizer takes leave of the thread in it.
+constexpr int end_rounds = PTHREAD_DESTRUCTOR_ITERATIONS - 1;
+
+pthread_key_t end_key() {
+    static const pthread_key_t key = [] {
+        pthread_key_t made;
+        must(pthread_key_create(&made,
+                                [](void *value) {
+                                    auto *thread = static_cast<Thread *>(value);
+                                    if (--thread->end_rounds == 0) {
+                                        thread_ended(thread);
+                                    } else {
+                                        pthread_setspecific(end_key(), thread);
+                                    }
+                                }),
+             "pthread_key_create");
+        return made;
+    }();
+    return key;
+}
+
+// From here on the thread is known by its record, and marked as ended when it is gone.
+void enter_record(Thread *thread) {
+    self_id = thread->id;
+    thread->handle = pthread_self();
+    thread->system_id = syscall(SYS_gettid);
+    thread->end_rounds = end_rounds;
+    pthread_setspecific(end_key(), thread);
+}
 
 // Priorities count from the one the process was given.
 int nice_of(int32_t priority) {
@@ -201,49 +224,39 @@ void apply_priority(const Thread *thread) {
     }
 }
 
-void enter_record(Thread *thread) {
-    self_record = thread;
-    self_id = thread->id;
-    thread->handle = pthread_self();
-    thread->system_id = syscall(SYS_gettid);
-}
+// While it lives the thread can be ended. However the entry is left, forced unwinding included, it
+// is destroyed.
+struct InEntry {
+    explicit InEntry(Thread *thread) { self_record = thread; }
+    ~InEntry() { self_record = nullptr; }
+    InEntry(const InEntry &) = delete;
+    InEntry &operator=(const InEntry &) = delete;
+};
 
 void *run_thread(void *argument) {
     auto *thread = static_cast<Thread *>(argument);
-    const EndOfThread end{thread};
+    const InEntry in_entry(thread);
     if (sigsetjmp(thread->end, 1) == 0) {
         {
             const Lock lock;
             enter_record(thread);
             apply_priority(thread);
         }
-        thread->exit_code = thread->entry(thread->argument);
+        if (!thread->terminated) {
+            thread->exit_code = thread->entry(thread->argument);
+        }
     }
     return nullptr;
 }
 
 // The record of a thread that somebody else started, made when it first asks who it is.
 Thread *adopt_self() {
-    static pthread_key_t key = [] {
-        pthread_key_t made;
-        pthread_key_create(&made, [](void *thread) {
-            self_record = nullptr;
-            thread_ended(static_cast<Thread *>(thread));
-        });
-        return made;
-    }();
-    auto *thread = static_cast<Thread *>(std::calloc(1, sizeof(Thread)));
-    if (!thread) {
-        return nullptr;
-    }
-    thread->running = true;
-    thread->references = 1;
-    {
+    Thread *thread = make_record();
+    if (thread) {
         const Lock lock;
         add(thread);
         enter_record(thread);
     }
-    pthread_setspecific(key, thread);
     return thread;
 }
 
@@ -278,12 +291,11 @@ uint32_t thread_start(ThreadEntry entry, void *argument, size_t stack_size, uint
     if (id) {
         *id = 0;
     }
-    auto *thread = static_cast<Thread *>(std::calloc(1, sizeof(Thread)));
+    Thread *thread = make_record();
     if (!thread) {
         return ENOMEM;
     }
-    thread->started = thread->running = true;
-    thread->references = 1;
+    thread->started = true;
     thread->entry = entry;
     thread->argument = argument;
     {
@@ -313,15 +325,17 @@ uint32_t thread_self() noexcept {
 }
 
 bool thread_join(uint32_t id, uint32_t *exit_code) noexcept {
+    Thread *thread = nullptr;
+    {
+        const Lock lock;
+        thread = id == self_id ? nullptr : find(id);
+        if (!thread) {
+            return false;
+        }
+        ++thread->references;
+    }
+    thread->running.wait(1);
     const Lock lock;
-    Thread *thread = find(id);
-    if (!thread || thread == self_record) {
-        return false;
-    }
-    ++thread->references;
-    while (thread->running) {
-        pthread_cond_wait(&threads().ended, &threads().mutex);
-    }
     if (exit_code) {
         *exit_code = thread->exit_code;
     }
@@ -343,10 +357,18 @@ bool thread_detach(uint32_t id) noexcept {
     return true;
 }
 
+constinit thread_local Ending ending{};
+
+void end_self() noexcept {
+    if (self_record) {
+        ending.wanted = 0;
+        siglongjmp(self_record->end, 1);
+    }
+}
+
 void thread_exit(uint32_t status) noexcept {
-    Thread *thread = self_record;
-    if (thread && thread->started) {
-        thread->exit_code = status;
+    if (self_record) {
+        self_record->exit_code = status;
         end_self();
     }
 }
@@ -359,13 +381,14 @@ int terminate_signal() {
 }
 
 void on_terminate(int) {
-    if (!self_record || !self_record->started) {
+    if (ending.put_off == 0) {
+        end_self();
         return;
     }
-    if (holds_lock) {
-        must_end = 1;
-    } else {
-        end_self();
+    ending.wanted = 1;
+    if (std::atomic<int> *const word = ending.sleeps_on) {
+        int expected = asleep;
+        word->compare_exchange_strong(expected, woken_by_time);
     }
 }
 
@@ -379,10 +402,13 @@ bool thread_terminate(uint32_t id) noexcept {
         return sigaction(terminate_signal(), &action, nullptr) == 0;
     }();
     const Lock lock;
-    Thread *thread = find(id);
-    if (!installed || !thread || !thread->started || !thread->running || thread->system_id == 0 ||
-        thread == self_record) {
+    Thread *thread = id == self_id ? nullptr : find(id);
+    if (!installed || !thread || !thread->started || !thread->running) {
         return false;
+    }
+    if (thread->system_id == 0) {
+        thread->terminated = true;
+        return true;
     }
     return pthread_kill(thread->handle, terminate_signal()) == 0;
 }

@@ -20,7 +20,7 @@ struct Report {
     std::atomic<ThreadId> self{0};
     int32_t priority = -1;
     int32_t is_main = -1;
-    double denormal = -1.0;
+    double denormal_result = -1.0, denormal_input = -1.0;
     std::atomic<bool> go_on{false};
 };
 
@@ -29,7 +29,9 @@ void *report(Report *out) {
     out->priority = systhread_getpriority(systhread_self());
     out->is_main = systhread_ismainthread();
     volatile double smallest = std::numeric_limits<double>::min();
-    out->denormal = smallest / 2.0;
+    out->denormal_result = smallest / 2.0;
+    volatile double denormal = std::numeric_limits<double>::denorm_min();
+    out->denormal_input = denormal * 1e300;
     return out;
 }
 
@@ -44,7 +46,8 @@ TEST(Threads, RunWithTheirPriorityAndWithoutDenormals) {
     EXPECT_EQ(seen.self, id);
     EXPECT_EQ(seen.priority, 20);
     EXPECT_EQ(seen.is_main, 0);
-    EXPECT_EQ(seen.denormal, 0.0);
+    EXPECT_EQ(seen.denormal_result, 0.0);
+    EXPECT_EQ(seen.denormal_input, 0.0);
     EXPECT_EQ(memory_live_blocks(), live);  // the start record is gone
 
     EXPECT_NE(systhread_self(), id);
@@ -145,25 +148,15 @@ TEST(Threads, EveryEndCallsTheHookOnce) {
     EXPECT_EQ(set_thread_end_hook(former), count_end);
 }
 
-void *wait_for_ever(Report *out) {
-    out->self = systhread_self();
-    for (;;) {
-        systhread_sleep(1000000);
-    }
-}
-
-TEST(Threads, CanBeTerminated) {
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the thread sanitizer's runtime does not let a sleeping thread be cancelled";
-#endif
-    Report seen;
-    ThreadId id = 0;
-    ASSERT_EQ(systhread_create(method(wait_for_ever), &seen, 0, 0, 0, &id), 0u);
-    while (seen.self == 0) {
-        std::this_thread::yield();
-    }
-    EXPECT_EQ(systhread_terminate(id), 0u);
-    EXPECT_EQ(systhread_join(id, nullptr), 0u);
+// The main thread's send state, which the hook frees, may be in use.
+TEST(Threads, OthersAreNotEndedByExit) {
+    const ThreadEndHook former = set_thread_end_hook(count_end);
+    ended = 0;
+    test::debug_capture_start();
+    systhread_exit(1);
+    EXPECT_NE(test::debug_capture_end(), "");
+    EXPECT_EQ(ended, 0);
+    set_thread_end_hook(former);
 }
 
 void *wait_for_go(Report *out) {
@@ -171,6 +164,85 @@ void *wait_for_go(Report *out) {
         systhread_sleep(1);
     }
     return nullptr;
+}
+
+// What a thread may be waiting for when it is terminated, for ever as it believes.
+struct Waits {
+    ThreadId joined = 0;
+    MutexRef mutex = nullptr;
+    ConditionRef condition = nullptr;
+    std::atomic<bool> waits{false};
+};
+
+void *wait_asleep(Waits *w) {
+    for (w->waits = true;;) {
+        systhread_sleep(1000000);
+    }
+}
+void *wait_in_join(Waits *w) {
+    w->waits = true;
+    systhread_join(w->joined, nullptr);
+    return nullptr;
+}
+void *wait_for_condition(Waits *w) {
+    systhread_mutex_lock(w->mutex);
+    for (w->waits = true;;) {
+        systhread_cond_wait(w->condition, w->mutex);
+    }
+}
+void *wait_for_mutex(Waits *w) {
+    w->waits = true;
+    systhread_mutex_lock(w->mutex);
+    return nullptr;
+}
+
+TEST(Threads, CanBeTerminated) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the thread sanitizer's runtime does not let a sleeping thread be cancelled";
+#endif
+    Waits w;
+    ASSERT_EQ(systhread_mutex_new(&w.mutex, 0), 0u);
+    ASSERT_EQ(systhread_cond_new(&w.condition, 0), 0u);
+    Report seen;
+    ASSERT_EQ(systhread_create(method(wait_for_go), &seen, 0, 0, 0, &w.joined), 0u);
+    for (const Method entry : {method(wait_asleep), method(wait_in_join),
+                               method(wait_for_condition), method(wait_for_mutex)}) {
+        ThreadId id = 0;
+        const bool locked = entry == method(wait_for_mutex);
+        w.waits = false;
+        if (locked) {
+            systhread_mutex_lock(w.mutex);
+        }
+        ASSERT_EQ(systhread_create(entry, &w, 0, 0, 0, &id), 0u);
+        while (!w.waits) {
+            systhread_sleep(1);
+        }
+        systhread_sleep(5);  // so that it really waits; when not, the test shows less
+        EXPECT_EQ(systhread_terminate(id), 0u);
+        EXPECT_EQ(systhread_join(id, nullptr), 0u);
+        if (locked) {
+            systhread_mutex_unlock(w.mutex);
+        }
+    }
+    // Nothing is left of the waiter: the condition works on for others, on its old stack perhaps.
+    for (int i = 0; i < 10; ++i) {
+        ThreadId id = 0;
+        ASSERT_EQ(systhread_create(method(return_at_once), &w, 0, 0, 0, &id), 0u);
+        systhread_cond_signal(w.condition);
+        systhread_cond_broadcast(w.condition);
+        EXPECT_EQ(systhread_join(id, nullptr), 0u);
+    }
+    // At once, before it may have begun.
+    for (int i = 0; i < 20; ++i) {
+        ThreadId id = 0;
+        ASSERT_EQ(systhread_create(method(wait_asleep), &w, 0, 0, 0, &id), 0u);
+        EXPECT_EQ(systhread_terminate(id), 0u);
+        EXPECT_EQ(systhread_join(id, nullptr), 0u);
+    }
+    seen.go_on = true;
+    EXPECT_EQ(systhread_join(w.joined, nullptr), 0u);
+    systhread_cond_free(w.condition);
+    systhread_mutex_free(w.mutex);
 }
 
 TEST(Threads, DetachedOnesLeaveNothing) {
@@ -216,9 +288,32 @@ TEST(Threads, SlotsHoldAValuePerThreadAndDestroyIt) {
     EXPECT_EQ(destroyed, 10);
     EXPECT_EQ(systhread_getspecific(key), &mine);
     EXPECT_EQ(systhread_key_delete(key), 0u);
+    EXPECT_EQ(destroyed, 10);
     EXPECT_EQ(systhread_key_create(nullptr, nullptr), failed);
     EXPECT_EQ(systhread_getspecific(nullptr), nullptr);
     EXPECT_EQ(systhread_setspecific(nullptr, &mine), failed);
+}
+
+ThreadKeyRef slow_key = nullptr;
+std::atomic<bool> slow_done{false};
+
+void *set_slow_key(void *value) {
+    systhread_setspecific(slow_key, value);
+    return nullptr;
+}
+
+// Whoever has joined a thread may free what its slots refer to, or unload their code.
+TEST(Threads, AreJoinedAfterTheirSlotsWereDestroyed) {
+    const auto slow = [](void *) {
+        systhread_sleep(20);
+        slow_done = true;
+    };
+    ASSERT_EQ(systhread_key_create(&slow_key, slow), 0u);
+    ThreadId id = 0;
+    ASSERT_EQ(systhread_create(method(set_slow_key), &id, 0, 0, 0, &id), 0u);
+    EXPECT_EQ(systhread_join(id, nullptr), 0u);
+    EXPECT_TRUE(slow_done);
+    systhread_key_delete(slow_key);
 }
 
 }  // namespace
