@@ -18,11 +18,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <deque>
 
 #include "kernel/internal.h"
-#include "platform/platform.h"
-#include "sched/internal.h"
+#include "sched/condition.h"
 
 struct BackgroundTask {
     uint32_t flags;  // the caller's, and BackgroundFlag bits
@@ -56,25 +54,22 @@ struct MessageBlock {
     Atom atoms[1];
 };
 
+// By sequence number: in the order in which they were made.
+using Tasks = Map<uint32_t, BackgroundTask *>;
+
 struct Service {
-    MutexRef lock = nullptr;
-    ConditionRef work = nullptr;  // a task was queued
-    ConditionRef done = nullptr;  // a task finished or was taken away
-    std::deque<BackgroundTask *, SysAllocator<BackgroundTask *>> queue;
-    Vector<BackgroundTask *> active;  // running or finished; has room for every queued task
+    platform::CriticalSection lock;
+    Condition work;  // a task was queued
+    Condition done;  // a task finished or was taken away
+    Tasks queue;
+    Tasks active;  // running or finished
     int32_t workers = 0;
     int32_t idle = 0;
     bool ending = false;  // takes no more tasks
-
-    Service() {
-        if (systhread_mutex_new(&lock, 0) != 0 || systhread_cond_new(&work, 0) != 0 ||
-            systhread_cond_new(&done, 0) != 0) {
-            systhread_cond_free(work);
-            systhread_mutex_free(lock);
-            throw std::bad_alloc();
-        }
-    }
 };
+Service &service() noexcept {
+    return immortal<Service>();
+}
 
 std::atomic<uint32_t> last_sequence{0};
 
@@ -85,27 +80,6 @@ struct RunFrame {
 };
 thread_local const RunFrame *frames = nullptr;
 thread_local bool is_worker = false;
-
-std::atomic<Service *> instance{nullptr};
-
-// The service, made on first use and never destroyed; null when there is no memory.
-Service *service() noexcept {
-    if (Service *made = instance.load(std::memory_order_acquire)) {
-        return made;
-    }
-    const Guard guard(global_region);
-    if (!instance.load(std::memory_order_relaxed)) {
-        void *block = sysmem_newptr(sizeof(Service));
-        try {
-            if (block) {
-                instance.store(new (block) Service, std::memory_order_release);
-            }
-        } catch (const std::bad_alloc &) {
-            sysmem_freeptr(block);
-        }
-    }
-    return instance.load(std::memory_order_relaxed);
-}
 
 bool owner_lives(const BackgroundTask *task) noexcept {
     return !(task->flags & OwnerIsObject) || object_valid(task->owner);
@@ -129,57 +103,55 @@ void call(const char *what, Method function, void *owner, void *argument) noexce
 
 // --- Lists; the caller holds the lock ------------------------------------------------------------
 
-template <class List>
-bool list_remove(List &list, const BackgroundTask *task) noexcept {
-    const auto found = std::find(list.begin(), list.end(), task);
-    if (found == list.end()) {
-        return false;
+template <class Fits>
+BackgroundTask *find(Service &s, Fits fits) noexcept {
+    for (const Tasks *tasks : {&s.queue, &s.active}) {
+        const auto found = std::find_if(tasks->begin(), tasks->end(),
+                                        [&](const auto &entry) { return fits(entry.second); });
+        if (found != tasks->end()) {
+            return found->second;
+        }
     }
-    list.erase(found);
-    return true;
+    return nullptr;
 }
 
 // The task a caller means, or null when it is gone.
-BackgroundTask *known(Service *s, const BackgroundTask *task) noexcept {
-    const auto queued = std::find(s->queue.begin(), s->queue.end(), task);
-    if (queued != s->queue.end()) {
-        return *queued;
-    }
-    const auto found = std::find(s->active.begin(), s->active.end(), task);
-    return found == s->active.end() ? nullptr : *found;
+BackgroundTask *known(Service &s, const BackgroundTask *task) noexcept {
+    return find(s, [task](const BackgroundTask *other) { return other == task; });
 }
 
 template <class Fits>
-BackgroundTask *find_unfinished(Service *s, Fits fits) noexcept {
-    const auto wanted = [&](const BackgroundTask *task) {
-        return task->state != Finished && fits(task);
-    };
-    const auto queued = std::find_if(s->queue.begin(), s->queue.end(), wanted);
-    if (queued != s->queue.end()) {
-        return *queued;
-    }
-    const auto found = std::find_if(s->active.begin(), s->active.end(), wanted);
-    return found == s->active.end() ? nullptr : *found;
+BackgroundTask *find_unfinished(Service &s, Fits fits) noexcept {
+    return find(s,
+                [&](const BackgroundTask *task) { return task->state != Finished && fits(task); });
+}
+
+// Frees the tasks that fit.
+template <class Fits>
+void drop(Tasks &tasks, Fits fits) noexcept {
+    std::erase_if(tasks, [&](const auto &entry) {
+        const bool fit = fits(entry.second);
+        if (fit) {
+            task_free(entry.second);
+        }
+        return fit;
+    });
 }
 
 // --- Running -------------------------------------------------------------------------------------
 
 // Main thread. The atom holds the task's sequence number: the task may be gone.
 void deliver(void *, Symbol *, int32_t, Atom *argv) noexcept {
-    Service *s = service();
-    const auto sequence = static_cast<uint32_t>(argv->value.i);
+    Service &s = service();
     BackgroundTask *task = nullptr;
     {
-        const Guard guard(s->lock);
-        const auto found =
-            std::find_if(s->active.begin(), s->active.end(), [sequence](const BackgroundTask *t) {
-                return t->sequence == sequence && t->state == Finished;
-            });
-        if (found == s->active.end()) {
+        const Guard guard(s.lock);
+        const auto found = s.active.find(static_cast<uint32_t>(argv->value.i));
+        if (found == s.active.end()) {
             return;
         }
-        task = *found;
-        s->active.erase(found);
+        task = found->second;
+        s.active.erase(found);
     }
     if (owner_lives(task)) {
         call("completion", task->completion, task->owner,
@@ -196,11 +168,10 @@ bool request_delivery(const BackgroundTask *task) noexcept {
 }
 
 // Runs a queued task on this thread. The caller holds the lock, which is let go meanwhile.
-void run(Service *s, BackgroundTask *task) noexcept {
-    list_remove(s->queue, task);
-    s->active.push_back(task);  // never allocates: see hand_over
+void run(Service &s, BackgroundTask *task) noexcept {
+    s.active.insert(s.queue.extract(task->sequence));
     task->state = Running;
-    systhread_mutex_unlock(s->lock);
+    s.lock.exit();
 
     const RunFrame frame{task, frames};
     frames = &frame;
@@ -209,66 +180,63 @@ void run(Service *s, BackgroundTask *task) noexcept {
     }
     frames = frame.outer;
 
-    systhread_mutex_lock(s->lock);
+    s.lock.enter();
     task->state = Finished;
     if (!task->completion || (task->flags & Cancelled) || !request_delivery(task)) {
-        list_remove(s->active, task);
+        s.active.erase(task->sequence);
         task_free(task);
     }
-    systhread_cond_broadcast(s->done);
+    systhread_cond_broadcast(&s.done);
 }
 
 void *work(void *) {
-    Service *s = service();
+    Service &s = service();
+    service_thread_mark();
     is_worker = true;
-    systhread_mutex_lock(s->lock);
+    s.lock.enter();
     for (;;) {
-        while (s->queue.empty()) {
-            ++s->idle;
-            systhread_cond_wait(s->work, s->lock);
-            --s->idle;
+        while (s.queue.empty()) {
+            ++s.idle;
+            condition_wait(s.work, s.lock);
+            --s.idle;
         }
-        run(s, s->queue.front());
+        run(s, s.queue.begin()->second);
     }
 }
 
 // Starts a worker when tasks would wait for none; the error only when there is no worker at all.
-uint32_t need_worker(Service *s) noexcept {
-    const int32_t most = std::max(2, sysparallel_processorcount());
-    if (static_cast<int64_t>(s->queue.size()) <= s->idle || s->workers >= most) {
+uint32_t need_worker(Service &s) noexcept {
+    if (static_cast<int64_t>(s.queue.size()) <= s.idle ||
+        s.workers >= std::max(2, sysparallel_processorcount())) {
         return 0;
     }
     ThreadId id;
     const uint32_t result = systhread_create(method(work), nullptr, 0, 0, 0, &id);
     if (result != 0) {
-        return s->workers > 0 ? 0 : result;
+        return s.workers > 0 ? 0 : result;
     }
     systhread_detach(id);
-    ++s->workers;
+    ++s.workers;
     return 0;
 }
 
 uint32_t hand_over(BackgroundTask *task) noexcept {
-    Service *s = service();
-    if (!s) {
-        return failed;
-    }
-    const Guard guard(s->lock);
-    if (s->ending) {
+    Service &s = service();
+    const Guard guard(s.lock);
+    if (s.ending) {
         return failed;
     }
     try {
-        s->active.reserve(s->active.size() + s->queue.size() + 1);
-        s->queue.push_back(task);
+        s.queue.emplace(task->sequence, task);
     } catch (const std::bad_alloc &) {
         return failed;
     }
     const uint32_t result = need_worker(s);
     if (result != 0) {
-        s->queue.pop_back();
+        s.queue.erase(task->sequence);
         return result;
     }
-    systhread_cond_broadcast(s->work);
+    systhread_cond_broadcast(&s.work);
     return 0;
 }
 
@@ -318,13 +286,13 @@ bool runs_here(const BackgroundTask *task) noexcept {
 
 // Waits until no unfinished task fits; false when one of them is the caller itself.
 template <class Fits>
-bool wait_until_none(Service *s, Fits fits) noexcept {
+bool wait_until_none(Service &s, Fits fits) noexcept {
     const auto other = [&](const BackgroundTask *task) { return !runs_here(task) && fits(task); };
     while (BackgroundTask *task = find_unfinished(s, other)) {
         if (is_worker && task->state == Queued) {
             run(s, task);
         } else {
-            systhread_cond_wait(s->done, s->lock);
+            condition_wait(s.done, s.lock);
         }
     }
     return find_unfinished(s, fits) == nullptr;
@@ -333,26 +301,20 @@ bool wait_until_none(Service *s, Fits fits) noexcept {
 // How long the end of the process waits for routines that run.
 constexpr double end_wait_ms = 2000.0;
 
-bool routine_runs(Service *s) noexcept {
-    const Guard guard(s->lock);
+bool routine_runs(Service &s) noexcept {
+    const Guard guard(s.lock);
     return find_unfinished(s, [](const BackgroundTask *) { return true; }) != nullptr;
 }
 
 }  // namespace
 
 void background_tasks_end() noexcept {
-    Service *s = instance.load();
-    if (!s) {
-        return;
-    }
+    Service &s = service();
     {
-        const Guard guard(s->lock);
-        s->ending = true;
-        for (BackgroundTask *task : s->queue) {
-            task_free(task);
-        }
-        s->queue.clear();
-        systhread_cond_broadcast(s->done);
+        const Guard guard(s.lock);
+        s.ending = true;
+        drop(s.queue, [](const BackgroundTask *) { return true; });
+        systhread_cond_broadcast(&s.done);
     }
     const double end = platform::time_ms() + end_wait_ms;
     while (routine_runs(s) && platform::time_ms() < end) {
@@ -407,11 +369,8 @@ uint32_t backgroundtask_execute_method(void *owner, Symbol *selector, int32_t ar
 }
 
 uint32_t backgroundtask_cancel(BackgroundTask *task) noexcept {
-    Service *s = task ? service() : nullptr;
-    if (!s) {
-        return failed;
-    }
-    const Guard guard(s->lock);
+    Service &s = service();
+    const Guard guard(s.lock);
     if (!known(s, task)) {
         return failed;
     }
@@ -419,20 +378,18 @@ uint32_t backgroundtask_cancel(BackgroundTask *task) noexcept {
         task->flags |= Cancelled;
         return 0;
     }
-    if (!list_remove(s->queue, task)) {
-        list_remove(s->active, task);
-    }
+    (task->state == Queued ? s.queue : s.active).erase(task->sequence);
     task_free(task);
-    systhread_cond_broadcast(s->done);
+    systhread_cond_broadcast(&s.done);
     return 0;
 }
 
 uint32_t backgroundtask_join(BackgroundTask *task) noexcept {
-    Service *s = task ? service() : nullptr;
-    if (!s) {
+    if (!task) {
         return failed;
     }
-    const Guard guard(s->lock);
+    Service &s = service();
+    const Guard guard(s.lock);
     if (!known(s, task)) {
         return 0;
     }
@@ -444,39 +401,30 @@ uint32_t backgroundtask_join(BackgroundTask *task) noexcept {
 }
 
 uint32_t backgroundtask_join_object(void *owner) noexcept {
-    Service *s = owner ? service() : nullptr;
-    if (!s) {
+    if (!owner) {
         return failed;
     }
-    const Guard guard(s->lock);
+    Service &s = service();
+    const Guard guard(s.lock);
     return wait_until_none(s, [owner](const BackgroundTask *task) { return task->owner == owner; })
                ? 0
                : failed;
 }
 
 uint32_t backgroundtask_purge_object(void *owner) noexcept {
-    Service *s = owner ? service() : nullptr;
-    if (!s) {
+    if (!owner) {
         return failed;
     }
+    Service &s = service();
     const auto owned = [owner](const BackgroundTask *task) { return task->owner == owner; };
-    const Guard guard(s->lock);
-    std::erase_if(s->queue, [&](BackgroundTask *task) {
-        const bool drop = owned(task);
-        if (drop) {
-            task_free(task);
-        }
-        return drop;
-    });
-    std::erase_if(s->active, [&](BackgroundTask *task) {
-        const bool drop = owned(task) && task->state == Finished;
-        if (drop) {
-            task_free(task);
-        } else if (owned(task)) {
+    const Guard guard(s.lock);
+    drop(s.queue, owned);
+    drop(s.active, [&](BackgroundTask *task) {
+        if (owned(task)) {
             task->flags |= Cancelled;
         }
-        return drop;
+        return owned(task) && task->state == Finished;
     });
-    systhread_cond_broadcast(s->done);
+    systhread_cond_broadcast(&s.done);
     return wait_until_none(s, owned) ? 0 : failed;
 }

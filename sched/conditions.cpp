@@ -5,15 +5,7 @@
 // may come without a cause, and callers wait in a loop over what they wait for.
 #include <new>
 
-#include "platform/platform.h"
-#include "sched/internal.h"
-
-struct Condition {
-    kiv::platform::Event one{false};  // wakes one waiter and resets itself
-    kiv::platform::Event all{true};   // wakes all; the last one resets it
-    int64_t waiting = 0;              // guarded by `lock`
-    kiv::platform::CriticalSection lock;
-};
+#include "sched/condition.h"
 
 namespace kiv {
 
@@ -26,11 +18,10 @@ uint32_t wake(ConditionRef condition, platform::Event Condition::*event) noexcep
     if (!condition) {
         return failed;
     }
-    condition->lock.enter();
+    const Guard guard(condition->lock);
     if (condition->waiting != 0) {
         (condition->*event).set();
     }
-    condition->lock.exit();
     return 0;
 }
 

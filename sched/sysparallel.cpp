@@ -15,8 +15,7 @@
 #include <cstddef>
 
 #include "kernel/internal.h"
-#include "platform/platform.h"
-#include "sched/internal.h"
+#include "sched/condition.h"
 
 struct SysparallelTask {
     Object ob;
@@ -36,27 +35,16 @@ namespace {
 constexpr int32_t max_workers = 64;
 
 struct Pool {
-    MutexRef lock = nullptr;
-    ConditionRef work = nullptr;      // a task came
-    ConditionRef idle = nullptr;      // no worker is busy, or the pool has no task
+    platform::CriticalSection lock;
+    Condition work;                   // a task came
+    Condition idle;                   // no worker is busy, or the pool has no task
     SysparallelTask *task = nullptr;  // the one that is executed
     int32_t next_worker = 0;          // number of the next one to start
     int32_t busy = 0;                 // workers on the pool that have not finished
     int32_t threads = 0;
-
-    bool made() const noexcept { return lock && work && idle; }
 };
-
-// Made on first use, never destroyed: its threads run until the process ends.
 Pool &pool() noexcept {
-    static Pool *const instance = [] {
-        static Pool made;
-        systhread_mutex_new(&made.lock, 0);
-        systhread_cond_new(&made.work, 0);
-        systhread_cond_new(&made.idle, 0);
-        return &made;
-    }();
-    return *instance;
+    return immortal<Pool>();
 }
 
 // The task whose worker the thread runs, so that the worker does not wait for itself.
@@ -73,17 +61,22 @@ void run_worker(SysparallelWorker *worker) noexcept {
     running_here = outer;
 }
 
+// For a worker of a task that is executed.
+void run_unless_cancelled(SysparallelWorker *worker) noexcept {
+    if (!worker->task->cancelled.load(std::memory_order_relaxed)) {
+        run_worker(worker);
+    }
+}
+
 // Starts the next worker of the pool's task on this thread. The caller holds the lock, which is let
 // go while the worker runs.
 void run_next_worker(Pool &p) noexcept {
     SysparallelWorker *worker = p.task->workers[p.next_worker++];
-    systhread_mutex_unlock(p.lock);
-    if (!p.task->cancelled.load(std::memory_order_relaxed)) {
-        run_worker(worker);
-    }
-    systhread_mutex_lock(p.lock);
+    p.lock.exit();
+    run_unless_cancelled(worker);
+    p.lock.enter();
     if (--p.busy == 0) {
-        systhread_cond_broadcast(p.idle);
+        systhread_cond_broadcast(&p.idle);
     }
 }
 
@@ -94,10 +87,11 @@ bool worker_waits(const Pool &p) noexcept {
 
 void *pool_thread(void *) {
     Pool &p = pool();
-    systhread_mutex_lock(p.lock);
+    service_thread_mark();
+    p.lock.enter();
     for (;;) {
         while (!worker_waits(p)) {
-            systhread_cond_wait(p.work, p.lock);
+            condition_wait(p.work, p.lock);
         }
         run_next_worker(p);
     }
@@ -115,7 +109,7 @@ void grow(Pool &p, int32_t wanted) noexcept {
 // Gives the pool to a task: false when another has it.
 bool begin(SysparallelTask *task) noexcept {
     Pool &p = pool();
-    const Guard guard(pool().lock);
+    const Guard guard(p.lock);
     if (p.task) {
         return false;
     }
@@ -128,34 +122,38 @@ bool begin(SysparallelTask *task) noexcept {
     p.busy = task->worker_count - 1;
     grow(p, task->worker_count - 1);
     if (p.busy > 0) {
-        systhread_cond_broadcast(p.work);
+        systhread_cond_broadcast(&p.work);
     }
     return true;
 }
 
-void finish(SysparallelTask *task) noexcept {
+// Waits for the workers. Once the pool has been let go, another thread may free the task.
+void finish(SysparallelTask *task, double start) noexcept {
     Pool &p = pool();
-    const Guard guard(pool().lock);
+    const Guard guard(p.lock);
     while (p.busy > 0) {
         if (worker_waits(p) && p.threads < task->worker_count - 1) {
             run_next_worker(p);
         } else {
-            systhread_cond_wait(p.idle, p.lock);
+            condition_wait(p.idle, p.lock);
         }
     }
+    if (task->benchmark) {
+        task->last_ms = platform::time_ms() - start;
+    }
     p.task = nullptr;
-    systhread_cond_broadcast(p.idle);
+    systhread_cond_broadcast(&p.idle);
 }
 
 // --- Classes -------------------------------------------------------------------------------------
 
 // Waits until the task does not run; its own worker must not free it.
 void task_destroy(SysparallelTask *task) {
-    if (pool().made() && running_here != task) {
+    if (running_here != task) {
         Pool &p = pool();
-        const Guard guard(pool().lock);
+        const Guard guard(p.lock);
         while (p.task == task) {
-            systhread_cond_wait(p.idle, p.lock);
+            condition_wait(p.idle, p.lock);
         }
     }
     for (int32_t i = 0; task->workers && i < task->worker_count; ++i) {
@@ -247,18 +245,12 @@ SysparallelTask *sysparallel_task_new(void *data, SysparallelProc worker,
 }
 
 int32_t sysparallel_task_execute(SysparallelTask *task) noexcept {
-    if (!is_task(task) || !pool().made()) {
-        return -1;
-    }
     const double start = platform::time_ms();
-    if (!begin(task)) {
+    if (!is_task(task) || !begin(task)) {
         return -1;
     }
-    run_worker(task->workers[task->worker_count - 1]);
-    finish(task);
-    if (task->benchmark) {
-        task->last_ms = platform::time_ms() - start;
-    }
+    run_unless_cancelled(task->workers[task->worker_count - 1]);
+    finish(task, start);
     return 0;
 }
 

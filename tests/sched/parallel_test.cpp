@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "platform/testing/testing.h"
 #include "sched/internal.h"
 #include "support/console.h"
 
@@ -102,6 +103,7 @@ TEST(Parallel, WorkersMayWaitForEachOther) {
 }
 
 void execute_again(SysparallelWorker *worker) {
+    systhread_exit(1);  // refused on the pool's threads, and on the main thread
     work_of(worker)->nested += sysparallel_task_execute(worker->task);
     sysparallel_task_free(worker->task);  // refused
 }
@@ -115,7 +117,9 @@ TEST(Parallel, RefusesABusyPoolAndSurvivesItsWorkers) {
     Work work;
     SysparallelTask *task = sysparallel_task_new(&work, execute_again, 3);
     test::take_posts();
+    test::debug_capture_start();
     EXPECT_EQ(sysparallel_task_execute(task), 0);
+    test::debug_capture_end();
     EXPECT_EQ(work.nested, -3);
     EXPECT_EQ(test::take_texts(),
               std::vector<std::string>(3, "a task cannot be freed by its own worker"));
@@ -126,6 +130,27 @@ TEST(Parallel, RefusesABusyPoolAndSurvivesItsWorkers) {
     EXPECT_EQ(sysparallel_task_execute(nullptr), -1);
     sysparallel_task_free(task);
     EXPECT_EQ(sysparallel_task_execute(task), -1);
+}
+
+// Frees while another thread executes: that waits, also for what is noted of the run.
+TEST(Parallel, FreeingWaitsForTheRun) {
+    for (int round = 0; round < 20; ++round) {
+        Work work;
+        SysparallelTask *task = sysparallel_task_new(&work, count, 2);
+        object_attr_setlong(task, "benchmark"_sym, 1);
+        sysparallel_task_workerproc(task, [](SysparallelWorker *worker) {
+            ++work_of(worker)->arrived;
+            systhread_sleep(2);
+            ++work_of(worker)->ran[worker->id];
+        });
+        std::thread executes([task] { EXPECT_EQ(sysparallel_task_execute(task), 0); });
+        while (work.arrived == 0) {
+            std::this_thread::yield();
+        }
+        sysparallel_task_free(task);
+        EXPECT_EQ(work.total(), 2);
+        executes.join();
+    }
 }
 
 // The first worker cancels before it lets the others start: with 64 workers on the pool and the
