@@ -13,9 +13,13 @@ platform::Semaphore *platform_of(SyssemRef semaphore) noexcept {
     return reinterpret_cast<platform::Semaphore *>(semaphore);
 }
 
-int32_t hand_over(SyssemRef *out, platform::Semaphore *semaphore) noexcept {
-    *out = reinterpret_cast<SyssemRef>(semaphore);
-    return semaphore ? 0 : -1;
+template <class Open>
+int32_t open_as(SyssemRef *semaphore, const char *name, Open open) noexcept {
+    if (!semaphore) {
+        return -1;
+    }
+    *semaphore = name ? reinterpret_cast<SyssemRef>(open(name)) : nullptr;
+    return *semaphore ? 0 : -1;
 }
 
 }  // namespace
@@ -26,17 +30,13 @@ using namespace kiv;
 
 int32_t syssem_create(SyssemRef *semaphore, const char *name, int32_t,
                       int32_t initial_count) noexcept {
-    if (!semaphore || !name) {
-        return -1;
-    }
-    return hand_over(semaphore, platform::semaphore_create(name, initial_count, max_count));
+    return open_as(semaphore, name, [initial_count](const char *n) {
+        return platform::semaphore_create(n, initial_count, max_count);
+    });
 }
 
 int32_t syssem_open(SyssemRef *semaphore, const char *name, int32_t) noexcept {
-    if (!semaphore || !name) {
-        return -1;
-    }
-    return hand_over(semaphore, platform::semaphore_open(name));
+    return open_as(semaphore, name, platform::semaphore_open);
 }
 
 int32_t syssem_close(SyssemRef semaphore) noexcept {

@@ -13,8 +13,8 @@ KIV_BEGIN
 typedef struct Syssem *SyssemRef;
 
 /* Makes the semaphore of a name with a first count of 0 to 32,768, or opens it as it is when there
-   is one. Fails when `semaphore` or `name` is null or the system refuses; `flags` is reserved (0).
- */
+   is one. Fails, with null in `semaphore`, when there is no name or a too long one (80 bytes always
+   fit), or when the system refuses. `flags` is reserved (0). */
 KIV_EXPORT int32_t syssem_create(SyssemRef *semaphore, const char *name, int32_t flags,
                                  int32_t initial_count) KIV_NOEXCEPT;
 /* Opens a semaphore that somebody has open; fails when nobody has. */

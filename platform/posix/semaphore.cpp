@@ -67,15 +67,21 @@ bool unlinked(int file) {
 
 enum class Found { fresh, shared, gone, failed };
 
-// Takes part in the object behind `file`; fresh: the caller is alone with it and holds it locked.
-Found take_part(int file) {
-    if (lock_file(file, LOCK_EX | LOCK_NB)) {
-        return unlinked(file) ? Found::gone : Found::fresh;
-    }
+// Takes part in the object behind `file`, also when the caller holds it locked. That lock is let go
+// first, and whoever comes between is alone with the object too, and may take it away.
+Found share(int file) {
     if (!lock_file(file, LOCK_SH)) {
         return Found::failed;
     }
     return unlinked(file) ? Found::gone : Found::shared;
+}
+
+// The same; fresh: the caller is alone with the object and holds it locked.
+Found take_part(int file) {
+    if (lock_file(file, LOCK_EX | LOCK_NB)) {
+        return unlinked(file) ? Found::gone : Found::fresh;
+    }
+    return share(file);
 }
 
 }  // namespace
@@ -101,8 +107,15 @@ bool make_count(Semaphore &semaphore, int32_t initial_count, int32_t max_count) 
     auto *shared = new (semaphore.shared) SharedCount;
     shared->permits.store(initial_count);
     shared->max_count = max_count;
-    return sem_init(&shared->available, 1, static_cast<unsigned>(initial_count)) == 0 &&
-           lock_file(semaphore.file, LOCK_SH);
+    return sem_init(&shared->available, 1, static_cast<unsigned>(initial_count)) == 0;
+}
+
+void give_up(Semaphore &semaphore) {
+    if (semaphore.shared) {
+        munmap(semaphore.shared, sizeof(SharedCount));
+        semaphore.shared = nullptr;
+    }
+    close(semaphore.file);
 }
 
 // One try; `gone` asks for another, since the object was taken away between its opening and its
@@ -115,15 +128,17 @@ Found try_open(Semaphore &semaphore, int32_t initial_count, int32_t max_count) {
     }
     Found found = take_part(semaphore.file);
     if (found == Found::fresh) {
-        if (!create || !make_count(semaphore, initial_count, max_count)) {
+        if (create && make_count(semaphore, initial_count, max_count)) {
+            found = share(semaphore.file);
+        } else {
             shm_unlink(semaphore.name);
             found = Found::failed;
         }
     } else if (found == Found::shared && !(semaphore.shared = map_count(semaphore.file))) {
         found = Found::failed;
     }
-    if (found == Found::gone || found == Found::failed) {
-        close(semaphore.file);
+    if (found != Found::shared) {
+        give_up(semaphore);
     }
     return found;
 }
@@ -164,8 +179,7 @@ void semaphore_close(Semaphore *semaphore) noexcept {
         sem_destroy(&semaphore->shared->available);
         shm_unlink(semaphore->name);
     }
-    munmap(semaphore->shared, sizeof(SharedCount));
-    close(semaphore->file);
+    give_up(*semaphore);
     std::free(semaphore);
 }
 
