@@ -27,6 +27,16 @@ Master *master_of(Handle handle) noexcept {
     return master->mark == handle_mark ? master : nullptr;
 }
 
+ErrorCode change_capacity(Master *master, int64_t capacity) noexcept {
+    void *data = sysmem_resizeptr(master->data, capacity);
+    if (!data && capacity > 0) {
+        return ErrorOutOfMemory;
+    }
+    master->data = static_cast<char *>(data);
+    master->capacity = capacity;
+    return ErrorNone;
+}
+
 // Makes room for `size` bytes; growing by halves, so that appending in small steps stays linear.
 ErrorCode reserve(Master *master, int64_t size) noexcept {
     if (size <= master->capacity) {
@@ -36,18 +46,10 @@ ErrorCode reserve(Master *master, int64_t size) noexcept {
         return ErrorGeneric;
     }
     const int64_t roomy = std::max(size, master->capacity + master->capacity / 2);
-    int64_t capacity = roomy;
-    void *data = sysmem_resizeptr(master->data, roomy);
-    if (!data && roomy > size) {
-        capacity = size;
-        data = sysmem_resizeptr(master->data, size);
+    if (roomy > size && change_capacity(master, roomy) == ErrorNone) {
+        return ErrorNone;
     }
-    if (!data) {
-        return ErrorOutOfMemory;
-    }
-    master->data = static_cast<char *>(data);
-    master->capacity = capacity;
-    return ErrorNone;
+    return change_capacity(master, size);
 }
 
 // Opens a gap of `size` bytes at `offset` and copies them in; `ptr` may lie in the handle itself.
@@ -118,20 +120,13 @@ int32_t sysmem_resizehandle(Handle handle, int64_t size) noexcept {
     if (size < 0) {
         return ErrorGeneric;
     }
-    if (size <= master->capacity && (master->locked || size > master->capacity / 2)) {
+    const ErrorCode result = size <= master->capacity / 2 && !master->locked
+                                 ? change_capacity(master, size)
+                                 : reserve(master, size);
+    if (result == ErrorNone) {
         master->size = size;
-        return ErrorNone;
     }
-    if (master->locked) {
-        return ErrorGeneric;
-    }
-    void *data = sysmem_resizeptr(master->data, size);
-    if (!data && size > 0) {
-        return ErrorOutOfMemory;
-    }
-    master->data = static_cast<char *>(data);
-    master->size = master->capacity = size;
-    return ErrorNone;
+    return result;
 }
 
 int64_t sysmem_handlesize(Handle handle) noexcept {

@@ -1,9 +1,9 @@
-// Kernel memory blocks and handles.
+// Kernel memory blocks.
 //
 // A block is a 16-byte header (requested size, tag) and the memory handed out, aligned to 16. Large
 // blocks come from malloc and carry 'LARG'; small ones come from small_blocks.h and carry 'SMAL'.
 // Freeing clears the tag, so that a second free is refused by the same test as a foreign pointer.
-// Nothing here takes a lock; small_blocks.h says when it does.
+// Nothing here takes a lock or counts atomically; small_blocks.h says when it takes a lock.
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -33,7 +33,6 @@ constexpr uint64_t tag_small = four_characters("SMAL");
 constexpr int64_t max_size = int64_t{1} << 39;
 
 std::atomic<int64_t> allocations_until_failure{0};
-std::atomic<int64_t> large_live{0};
 
 BlockHeader *header_of(const void *ptr) noexcept {
     return static_cast<BlockHeader *>(const_cast<void *>(ptr)) - 1;
@@ -88,19 +87,57 @@ void *finish(void *block, int64_t size, uint64_t tag) noexcept {
     return header + 1;
 }
 
+// Atomic, or compilers leave out what is written to memory that is freed next.
+void set_tag(BlockHeader *header, uint64_t tag) noexcept {
+    std::atomic_ref(header->tag).store(tag, std::memory_order_relaxed);
+}
+
 size_t large_block_size(int64_t size) noexcept {
     // At least 32 bytes: what the readability probe of the header looks at.
     return sizeof(BlockHeader) + std::max<size_t>(static_cast<size_t>(size), sizeof(BlockHeader));
+}
+
+void *large_block_resize(BlockHeader *header, int64_t size) noexcept {
+    if (!fails_now()) {
+        set_tag(header, 0);  // what stays behind is no block
+        if (void *block = std::realloc(header, large_block_size(size))) {
+            return finish(block, size, tag_large);
+        }
+        set_tag(header, tag_large);
+    }
+    report_failure(size);
+    return nullptr;
+}
+
+bool is_small(int64_t size) noexcept {
+    return use_small_blocks && static_cast<uint64_t>(size) <= max_small_size;
+}
+
+template <class LargeNew>
+void *block_new(int64_t size, LargeNew large_new) noexcept {
+    if (size == 0) {
+        return nullptr;
+    }
+    if (!fails_now()) {
+        if (is_small(size)) {
+            if (void *block = small_block_new(static_cast<size_t>(size))) {
+                return finish(block, size, tag_small);
+            }
+        } else if (size > 0 && size <= max_size) {
+            if (void *block = large_new(large_block_size(size))) {
+                large_blocks_add(1);
+                return finish(block, size, tag_large);
+            }
+        }
+    }
+    report_failure(size);
+    return nullptr;
 }
 
 }  // namespace
 
 void memory_fail_at(int64_t n) noexcept {
     allocations_until_failure.store(n);
-}
-
-int64_t memory_live_blocks() noexcept {
-    return large_live.load(std::memory_order_relaxed) + small_blocks_live();
 }
 
 }  // namespace kiv
@@ -110,29 +147,12 @@ using namespace kiv;
 // --- Blocks --------------------------------------------------------------------------------------
 
 void *sysmem_newptr(int64_t size) noexcept {
-    if (size == 0) {
-        return nullptr;
-    }
-    const bool small = use_small_blocks && static_cast<uint64_t>(size) <= max_small_size;
-    if (!fails_now()) {
-        if (small) {
-            if (void *block = small_block_new(static_cast<size_t>(size))) {
-                return finish(block, size, tag_small);
-            }
-        } else if (size > 0 && size <= max_size) {
-            if (void *block = std::malloc(large_block_size(size))) {
-                large_live.fetch_add(1, std::memory_order_relaxed);
-                return finish(block, size, tag_large);
-            }
-        }
-    }
-    report_failure(size);
-    return nullptr;
+    return block_new(size, std::malloc);
 }
 
 void *sysmem_newptrclear(int64_t size) noexcept {
-    void *ptr = sysmem_newptr(size);
-    if (ptr) {
+    void *ptr = block_new(size, [](size_t bytes) { return std::calloc(1, bytes); });
+    if (ptr && is_small(size)) {
         std::memset(ptr, 0, static_cast<size_t>(size));
     }
     return ptr;
@@ -147,11 +167,11 @@ void sysmem_freeptr(void *ptr) noexcept {
         report_bad("sysmem_freeptr", "free", ptr);
         return;
     }
-    header_of(ptr)->tag = 0;
+    set_tag(header_of(ptr), 0);
     if (header.tag == tag_small) {
         small_block_free(header_of(ptr), header.size);
     } else {
-        large_live.fetch_sub(1, std::memory_order_relaxed);
+        large_blocks_add(-1);
         std::free(header_of(ptr));
     }
 }
@@ -169,21 +189,13 @@ void *sysmem_resizeptr(void *ptr, int64_t size) noexcept {
         sysmem_freeptr(ptr);
         return nullptr;
     }
-    if (header.tag == tag_small && size > 0 && static_cast<uint64_t>(size) <= max_small_size &&
+    if (header.tag == tag_small && is_small(size) &&
         small_block_class(static_cast<size_t>(size)) == small_block_class(header.size)) {
         header_of(ptr)->size = static_cast<uint64_t>(size);
         return ptr;
     }
-    const bool stays_large = header.tag == tag_large && size > 0 && size <= max_size &&
-                             (!use_small_blocks || static_cast<uint64_t>(size) > max_small_size);
-    if (stays_large && !fails_now()) {
-        if (void *block = std::realloc(header_of(ptr), large_block_size(size))) {
-            return finish(block, size, tag_large);
-        }
-    }
-    if (stays_large) {
-        report_failure(size);
-        return nullptr;
+    if (header.tag == tag_large && size > 0 && size <= max_size && !is_small(size)) {
+        return large_block_resize(header_of(ptr), size);
     }
     void *moved = sysmem_newptr(size);
     if (moved) {

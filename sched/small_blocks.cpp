@@ -85,17 +85,17 @@ bool slots_refill(SlotList &list, size_t size_class) noexcept {
     if (FreeSlot *batch = central.batches) {
         central.batches = batch->next_batch;
         list.first = batch;
-        list.count.store(small_batch(size_class), std::memory_order_relaxed);
-        central.handed += small_batch(size_class);
+        list.count.store(small_batches[size_class], std::memory_order_relaxed);
+        central.handed += small_batches[size_class];
     } else {
-        take_single(central, small_slot_sizes[size_class], small_batch(size_class), list);
+        take_single(central, small_slot_sizes[size_class], small_batches[size_class], list);
     }
     return list.first != nullptr;
 }
 
 // Gives the older half of a list of two batches back: what was freed last stays at hand.
 void slots_give_back(SlotList &list, size_t size_class) noexcept {
-    const int batch = small_batch(size_class);
+    const int batch = small_batches[size_class];
     FreeSlot *last_kept = list.first;
     for (int i = 1; i < list.count.load(std::memory_order_relaxed) - batch; ++i) {
         last_kept = last_kept->next;
@@ -157,7 +157,7 @@ SlotCache *slot_cache_make() noexcept {
     return cache;
 }
 
-int64_t small_blocks_live() noexcept {
+int64_t memory_live_blocks() noexcept {
     Store &all = store();
     int64_t live = 0;
     for (CentralStore &central : all.classes) {
@@ -169,6 +169,7 @@ int64_t small_blocks_live() noexcept {
         for (const SlotList &list : cache->lists) {
             live -= list.count.load(std::memory_order_relaxed);
         }
+        live += cache->large_blocks.load(std::memory_order_relaxed);
     }
     return live;
 }

@@ -1,7 +1,7 @@
 // The small-block allocator under sysmem_newptr. Private to memory.cpp.
 //
-// 1. A cache belongs to one thread; only its counts of free slots are read by others. Taking and
-//    giving back a slot is a few loads and stores: no lock, no atomic read-modify-write.
+// 1. A cache belongs to one thread; only its counts are read by others. Taking and giving back a
+//    slot is a few loads and stores: no lock, no atomic read-modify-write.
 // 2. A slot may be given back on any thread: it goes to that thread's cache.
 // 3. A cache that is empty takes a batch from the central store of its class, one that holds two
 //    batches gives one back; so slots freed by a consumer flow back to the producer. A batch is a
@@ -68,9 +68,14 @@ inline size_t small_block_class(size_t size) noexcept {
     return small_classes[(size + 15) / 16];
 }
 
-inline constexpr int small_batch(size_t size_class) {
-    return size_class < 7 ? 64 : size_class < 15 ? 32 : 16;
-}
+// How many slots a batch of each class has.
+inline constexpr auto small_batches = [] {
+    std::array<uint8_t, small_class_count> batches{};
+    for (size_t i = 0; i < small_class_count; ++i) {
+        batches[i] = small_slot_sizes[i] <= 128 ? 64 : small_slot_sizes[i] <= 256 ? 32 : 16;
+    }
+    return batches;
+}();
 
 struct FreeSlot {
     BlockHeader header;
@@ -90,8 +95,9 @@ struct SlotList {
 
 struct alignas(64) SlotCache {
     SlotList lists[small_class_count];
-    SlotCache *next;  // among all caches, for ever
-    bool used;        // by a living thread; guarded by the caches' lock
+    std::atomic<int64_t> large_blocks;  // allocated less freed here; written by the owner alone
+    SlotCache *next;                    // among all caches, for ever
+    bool used;                          // by a living thread; guarded by the caches' lock
 };
 
 extern constinit thread_local SlotCache *own_slot_cache;
@@ -137,12 +143,17 @@ inline void small_block_free(void *memory, size_t size) noexcept {
     slot->next = list.first;
     list.first = slot;
     list.count_add(1);
-    if (list.count.load(std::memory_order_relaxed) >= 2 * small_batch(size_class)) [[unlikely]] {
+    if (list.count.load(std::memory_order_relaxed) >= 2 * small_batches[size_class]) [[unlikely]] {
         slots_give_back(list, size_class);
     }
 }
 
-// Slots given out and not given back. Exact while no other thread allocates.
-int64_t small_blocks_live() noexcept;
+// Counts blocks that have no slot.
+inline void large_blocks_add(int64_t difference) noexcept {
+    if (SlotCache *cache = slot_cache()) [[likely]] {
+        cache->large_blocks.store(cache->large_blocks.load(std::memory_order_relaxed) + difference,
+                                  std::memory_order_relaxed);
+    }
+}
 
 }  // namespace kiv
