@@ -82,10 +82,6 @@ inline const CriticalRef global_region = nullptr;
 
 // Start-up calls it first of all, on the thread that is to be the main thread.
 void threads_start() noexcept;
-// Called at the end of every thread made by systhread_create; the outlets register it to free the
-// thread's send state. The hook that was there before.
-using ThreadEndHook = void (*)();
-ThreadEndHook set_thread_end_hook(ThreadEndHook hook) noexcept;
 // Marks the calling thread as the runtime's own, which no function that it calls may end with
 // systhread_exit; the timer's also for systhread_istimerthread.
 void service_thread_mark() noexcept;

@@ -26,20 +26,12 @@ struct Marks {
 thread_local Marks marks;
 
 std::atomic<ThreadId> main_thread{0};
-std::atomic<ThreadEndHook> end_hook{nullptr};
-
-void run_end_hook() noexcept {
-    if (const ThreadEndHook hook = end_hook.load()) {
-        hook();
-    }
-}
 
 // Forced unwinding (a module that ends its thread by the system's own call) must pass through.
 void call_entry(Method entry, void *argument) {
     try {
         reinterpret_cast<void *(*)(void *)>(entry)(argument);
     } catch (abi::__forced_unwind &) {
-        run_end_hook();
         throw;
     } catch (...) {
         platform::debug_output("systhread_create: the thread's function threw an exception\n");
@@ -54,7 +46,6 @@ uint32_t run_thread(void *argument) {
     systhread_eliminatedenormals();
     marks.may_exit = true;
     call_entry(start.entry, start.argument);
-    run_end_hook();
     return 0;
 }
 
@@ -62,10 +53,6 @@ uint32_t run_thread(void *argument) {
 
 void threads_start() noexcept {
     main_thread.store(platform::thread_self());
-}
-
-ThreadEndHook set_thread_end_hook(ThreadEndHook hook) noexcept {
-    return end_hook.exchange(hook);
 }
 
 void service_thread_mark() noexcept {
@@ -114,7 +101,6 @@ uint32_t systhread_detach(ThreadId thread) noexcept {
 
 void systhread_exit(uint32_t status) noexcept {
     if (marks.may_exit) {
-        run_end_hook();
         platform::thread_exit(status);
     }
     platform::debug_output("systhread_exit: this thread was not made by systhread_create\n");
