@@ -107,6 +107,9 @@ void probe_start() noexcept;
 // Asks for large pages under a block of many megabytes that will be touched all over the place, so
 // that finding its pages costs less. Right after the block was allocated; a wish, no promise.
 void prefer_large_pages(void *block, size_t size) noexcept;
+// Gives the pages of a block back to the system. Its content is lost; it can be read and written as
+// before.
+void memory_discard(void *block, size_t size) noexcept;
 
 // Orders the memory accesses of all threads: whatever a thread of the process did before the call
 // is seen by the caller afterwards, and what the caller did before is seen by all. A system call,

@@ -4,10 +4,10 @@
 //    slot is a few loads and stores: no lock, no atomic read-modify-write.
 // 2. A slot may be given back on any thread: it goes to that thread's cache.
 // 3. A cache that is empty takes a batch from the central store of its class, one that holds two
-//    batches gives one back; so slots freed by a consumer flow back to the producer. A batch is a
-//    chain linked through the slots, handed over whole under the class's lock.
-// 4. The central store cuts slots from chunks and never gives a chunk back to the system: peak use
-//    is kept for what comes.
+//    batches gives one back, under the class's lock; so slots freed by a consumer flow back to the
+//    producer.
+// 4. The central store cuts slots from chunks. A chunk whose slots are all back serves any class,
+//    but stays readable for ever: whoever looks at a freed block finds some memory.
 // 5. A thread that ends gives its slots to the central store and its cache to the next thread.
 //
 // In a free slot the header's second word (the tag) stays 0, so that a stale pointer is known as
@@ -80,9 +80,8 @@ inline constexpr auto small_batches = [] {
 struct FreeSlot {
     BlockHeader header;
     FreeSlot *next;
-    FreeSlot *next_batch;  // in the first slot of a batch in the central store
 };
-static_assert(sizeof(FreeSlot) == small_slot_sizes[0]);
+static_assert(sizeof(FreeSlot) <= small_slot_sizes[0]);
 
 struct SlotList {
     FreeSlot *first;

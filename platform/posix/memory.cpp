@@ -13,10 +13,10 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <ucontext.h>
+#include <unistd.h>
 #if defined(__linux__)
 #include <linux/membarrier.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 #endif
 
 #include <cerrno>
@@ -158,16 +158,28 @@ bool barrier_everywhere() noexcept {
 #endif
 }
 
+namespace {
+
+// Gives an advice for the pages of a size that lie wholly in a block.
+void advise(void *block, size_t size, uintptr_t page, int advice) noexcept {
+    const auto begin = reinterpret_cast<uintptr_t>(block);
+    const uintptr_t first = (begin + page - 1) / page * page;
+    const uintptr_t end = (begin + size) / page * page;
+    if (first < end) {
+        madvise(reinterpret_cast<void *>(first), end - first, advice);
+    }
+}
+
+}  // namespace
+
 void prefer_large_pages([[maybe_unused]] void *block, [[maybe_unused]] size_t size) noexcept {
 #if defined(MADV_HUGEPAGE)
-    constexpr uintptr_t large_page = uintptr_t{1} << 21;
-    const uintptr_t begin = reinterpret_cast<uintptr_t>(block);
-    const uintptr_t first = (begin + large_page - 1) / large_page * large_page;
-    const uintptr_t end = (begin + size) / large_page * large_page;
-    if (first < end) {
-        madvise(reinterpret_cast<void *>(first), end - first, MADV_HUGEPAGE);
-    }
+    advise(block, size, uintptr_t{1} << 21, MADV_HUGEPAGE);
 #endif
+}
+
+void memory_discard(void *block, size_t size) noexcept {
+    advise(block, size, static_cast<uintptr_t>(sysconf(_SC_PAGESIZE)), MADV_DONTNEED);
 }
 
 }  // namespace kiv::platform

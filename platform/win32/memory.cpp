@@ -66,4 +66,8 @@ bool barrier_everywhere() noexcept {
 // They are for processes with a privilege of their own.
 void prefer_large_pages(void *, size_t) noexcept {}
 
+void memory_discard(void *block, size_t size) noexcept {
+    VirtualAlloc(block, size, MEM_RESET, PAGE_READWRITE);  // of the pages wholly in the block
+}
+
 }  // namespace kiv::platform

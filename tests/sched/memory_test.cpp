@@ -3,10 +3,12 @@
 
 #include <cstring>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "platform/platform.h"
 #include "platform/testing/testing.h"
 #include "sched/internal.h"
 #include "sched/small_blocks.h"
@@ -151,6 +153,35 @@ TEST(Memory, BlocksMayBeFreedOnAnotherThread) {
         }
         EXPECT_EQ(memory_live_blocks(), live);
     }
+}
+
+// After a peak of one size the same memory serves another; also where its pages were given back to
+// the system, a freed block can be looked at.
+TEST(Memory, WhatOneSizeGaveBackServesAnother) {
+    if (!use_small_blocks) {
+        GTEST_SKIP() << "no small blocks under sanitizers";
+    }
+    constexpr size_t peak = 48 << 20;
+    const auto page = [](const void *ptr) { return reinterpret_cast<uintptr_t>(ptr) >> 16; };
+    std::set<uintptr_t> pages;
+    for (const size_t size : {32u, 1000u, 100u}) {
+        std::vector<void *> blocks(peak / (size + 16));
+        for (void *&block : blocks) {
+            block = sysmem_newptr(static_cast<int64_t>(size));
+            std::memset(block, 0x53, size);
+        }
+        for (const void *block : blocks) {
+            pages.insert(page(block));
+        }
+        for (void *block : blocks) {
+            sysmem_freeptr(block);
+        }
+        for (const void *block : blocks) {
+            ASSERT_EQ(sysmem_ptrsize(block), 0);
+            ASSERT_TRUE(platform::readable_32(block));
+        }
+    }
+    EXPECT_LT(pages.size(), 2 * (peak >> 16));
 }
 
 // --- Handles -------------------------------------------------------------------------------------
