@@ -58,7 +58,7 @@ void clock_free(Clock *clock) {
         std::this_thread::yield();
     }
     leave_scheduler(clock);
-    sysmem_freeptr(clock->tower);
+    clock_nodes_reserve(-1, 0);
 }
 
 Class *clock_class() {
@@ -114,15 +114,18 @@ bool cancel_waiting(Object *owner) {
 
 Clock *clock_make(void *owner, Method function, Scheduler *scheduler, Object *owner_object,
                   bool tracked) noexcept {
+    if (!clock_nodes_reserve(1, 0)) {
+        return nullptr;
+    }
     auto *clock = static_cast<Clock *>(object_alloc(clock_class()));
     if (!clock) {
+        clock_nodes_reserve(-1, 0);
         return nullptr;
     }
     clock->owner = owner;
     clock->function = function;
     clock->scheduler = scheduler;
     clock->owner_object = owner_object;
-    clock->tower = clock_tower_new(clock);
     join_scheduler(clock);
     if (owner_object && tracked) {
         obex_flags_set(owner_object, ObexHasClocks);

@@ -1,16 +1,10 @@
-// The order of waiting clocks: a skip list whose lowest lane is the `next` chain that everybody
-// sees.
-//
-// A tree would set and unset as fast, but the chain in firing order is what walks the queue; lanes
-// over that chain keep one structure instead of two, and ask for no memory when a clock is set.
-// Everything here runs under the queue lock.
+// The order of waiting clocks: the `next` chain that everybody sees, and a tree beside it in which
+// a place is found. Everything here runs under the queue lock.
 //
 // Who looks at the chain settles it first: what was set since the last look is put into its place.
 // So a clock that is set over and over, or unset before anybody looked, costs no search at all; and
 // since few clocks can wait to be placed, no look takes long.
 #include <algorithm>
-#include <bit>
-#include <limits>
 #include <span>
 
 #include "sched/scheduler.h"
@@ -19,134 +13,33 @@ namespace kiv {
 
 namespace {
 
-// Where a clock goes on the express lanes: behind one link of each.
-struct Place {
-    ClockLink *express[clock_express_lanes];
-};
-
-// In place of a sequence: behind all clocks of the same time.
-constexpr uint64_t behind_equals = std::numeric_limits<uint64_t>::max();
-
-bool before(const Clock *a, double sort_time, uint64_t sequence) {
-    return a->sort_time < sort_time || (a->sort_time == sort_time && a->sequence < sequence);
-}
-
-// Looks at the clock itself only where it must: it is seldom in the cache.
-bool before(const ClockLink &a, double sort_time, uint64_t sequence) {
-    return a.sort_time < sort_time ||
-           (a.sort_time == sort_time &&
-            (sequence == behind_equals || a.next->clock->sequence < sequence));
-}
-
-bool before(const ClockArrival &a, const ClockArrival &b) {
+// The order of waiting clocks, and of those that are still to be placed.
+template <class Item>
+bool before(const Item &a, const Item &b) {
     return a.sort_time < b.sort_time || (a.sort_time == b.sort_time && a.sequence < b.sequence);
 }
 
-Place first_place(Scheduler *owner) {
-    Place place;
-    for (int lane = 0; lane < owner->lanes; ++lane) {
-        place.express[lane] = &owner->express[lane];
-    }
-    return place;
-}
+constexpr int32_t fired_ahead = 4;  // a clock is fetched so many before its turn
 
-// Moves a place on to that of a later clock; the last clock found to stand before it, or null. What
-// an upper lane leads to lies beyond where the lower ones had got to, since it was not before the
-// clock that they led to.
-Clock *advance(const Scheduler *owner, Place &place, double sort_time, uint64_t sequence) {
-    ClockTower *left = nullptr;
-    for (int lane = owner->lanes - 1; lane >= 0; --lane) {
-        ClockLink *link = left ? &left->link(lane) : place.express[lane];
-        while (link->next && before(*link, sort_time, sequence)) {
-            left = link->next;
-            link = &left->link(lane);
-        }
-        place.express[lane] = link;
-    }
-    return left ? left->clock : nullptr;
-}
-
-void join_lanes(const Place &place, Clock *clock) {
-    ClockTower *const tower = clock->tower;
-    for (int lane = 0; tower && lane < tower->lanes; ++lane) {
-        ClockLink *const back = place.express[lane];
-        ClockLink &link = tower->link(lane);
-        link = {back->next, back->sort_time, back};
-        if (link.next) {
-            link.next->link(lane).back = &link;
-        }
-        back->next = tower;
-        back->sort_time = clock->sort_time;
-    }
-}
-
-// Puts a clock into the chain, somewhere behind `previous` (null: anywhere).
-void join_chain(Scheduler *owner, Clock *previous, Clock *clock, uint64_t sequence) {
-    Clock *next = previous ? previous->next : owner->queue;
-    while (next && before(next, clock->sort_time, sequence)) {
-        previous = next;
-        next = next->next;
-    }
-    clock->previous = previous;
-    clock->next = next;
-    (previous ? previous->next : owner->queue) = clock;
-    if (next) {
-        next->previous = clock;
-    }
-}
-
-// What firing a clock reads of it lies on three cache lines.
+// What firing or linking a clock touches of it: all that stands in front of its private fields.
 void prefetch(const Clock *clock) {
     const auto *bytes = reinterpret_cast<const char *>(clock);
-    for (size_t line = 0; line < 192; line += 64) {
-        __builtin_prefetch(bytes + line);
-    }
+    __builtin_prefetch(bytes + offsetof(Clock, next), 1);
+    __builtin_prefetch(bytes + offsetof(Clock, deferral), 1);
 }
 
-void unlink(Scheduler *owner, Clock *clock) {
-    (clock->previous ? clock->previous->next : owner->queue) = clock->next;
-    if (clock->next) {
-        clock->next->previous = clock->previous;
-    }
-    ClockTower *const tower = clock->tower;
-    for (int lane = 0; tower && lane < tower->lanes; ++lane) {
-        const ClockLink &link = tower->link(lane);
-        link.back->next = link.next;
-        link.back->sort_time = link.sort_time;
-        if (link.next) {
-            link.next->link(lane).back = link.back;
-        }
-    }
-    clock->next = clock->previous = nullptr;
+// Puts a clock into the chain behind `previous`, or in front of it all.
+void chain(Scheduler *owner, Clock *previous, Clock *clock) {
+    Clock *&link = previous ? previous->next : owner->queue;
+    clock->next = link;
+    link = clock;
 }
 
 }  // namespace
 
-// The heights are chosen once, by a mixed count of the clocks made.
-ClockTower *clock_tower_new(Clock *clock) noexcept {
-    static std::atomic<uint64_t> made{0};
-    uint64_t bits = made.fetch_add(1, std::memory_order_relaxed) * 0x9e3779b97f4a7c15u;
-    bits = (bits ^ (bits >> 32)) * 0xd6e8feb86659fd93u;
-    bits ^= bits >> 32;
-    const int height = std::countr_zero(bits | uint64_t{1} << clock_express_lanes);
-    if (height == 0) {
-        return nullptr;
-    }
-    auto *tower = static_cast<ClockTower *>(sysmem_newptrclear(static_cast<int64_t>(
-        sizeof(ClockTower) + static_cast<size_t>(height) * sizeof(ClockLink))));
-    if (tower) {
-        tower->clock = clock;
-        tower->lanes = height;
-    }
-    return tower;
-}
-
 void clock_link(Scheduler *owner, Clock *clock) noexcept {
     if (owner->arrival_count == most_arrivals) {
         clocks_settle(owner);
-    }
-    if (clock->tower) {
-        owner->lanes = std::max(owner->lanes, clock->tower->lanes);
     }
     clock->sequence = ++owner->settings;
     clock->queue_slot = &owner->queue;
@@ -163,15 +56,20 @@ void clock_unlink(Scheduler *owner, Clock *clock) noexcept {
         clock->arrival = 0;
         return;
     }
-    if (owner->queue == clock && clock->next && clock->next->next) {
-        prefetch(clock->next->next);  // fired after the next one
+    if (owner->queue == clock) {
+        owner->tree.remove_first();
+        owner->queue = clock->next;
+        if (const Clock *const soon = owner->tree.near_first(fired_ahead)) {
+            prefetch(soon);
+        }
+    } else {
+        owner->tree.remove(clock)->next = clock->next;
     }
-    unlink(owner, clock);
+    clock->next = nullptr;
 }
 
-// In order, so that each place is found from the one before; and first all the lanes, so that the
-// clocks they lead to are in the cache when the chain is joined. Each was set after all that stand
-// at its time.
+// In order, so that the clock found before one is still the one before it at the end; and the chain
+// after the tree, so that these clocks have come into the cache.
 void clocks_settle(Scheduler *owner) noexcept {
     if (owner->arrival_count == 0) {
         return;
@@ -179,47 +77,31 @@ void clocks_settle(Scheduler *owner) noexcept {
     const std::span arrivals(owner->arrivals, static_cast<size_t>(owner->arrival_count));
     std::sort(arrivals.begin(), arrivals.end(),
               [](const ClockArrival &a, const ClockArrival &b) { return before(a, b); });
-    Place place = first_place(owner);
-    for (const ClockArrival &arrival : arrivals) {
-        Clock *const left = advance(owner, place, arrival.sort_time, behind_equals);
-        if (left) {
-            prefetch(left);
-        }
-        arrival.clock->previous = left;
-        join_lanes(place, arrival.clock);
-    }
-    constexpr size_t ahead = 8;
-    Clock *left = nullptr;
+    Clock *previous[most_arrivals];
+    owner->tree.insert(arrivals, previous);
     for (size_t i = 0; i < arrivals.size(); ++i) {
-        if (i + ahead < arrivals.size()) {
-            if (const Clock *const later = arrivals[i + ahead].clock->previous) {
-                prefetch(later->next);
-            }
-        }
-        Clock *const clock = arrivals[i].clock;
-        join_chain(owner, clock->previous ? clock->previous : left, clock, behind_equals);
-        clock->arrival = 0;
-        left = clock;
+        chain(owner, previous[i], arrivals[i].clock);
+        arrivals[i].clock->arrival = 0;
     }
     owner->arrival_count = 0;
 }
 
+// The old sequences stay: clocks with equal times keep the order of their setting.
 void clocks_shift(Scheduler *owner, const Scheduler *scheduler, double delta) noexcept {
     clocks_settle(owner);
+    owner->tree.clear();
     Clock *clock = owner->queue;
     owner->queue = nullptr;
-    std::fill_n(owner->express, clock_express_lanes, ClockLink{});
     while (clock) {
         Clock *const next = clock->next;
         if (clock->scheduler == scheduler) {
             clock->time += delta;
             clock->sort_time += delta;
         }
-        // The old sequence stays: clocks with equal times keep the order of their setting.
-        Place place = first_place(owner);
-        Clock *const left = advance(owner, place, clock->sort_time, clock->sequence);
-        join_lanes(place, clock);
-        join_chain(owner, left, clock, clock->sequence);
+        Clock *previous = nullptr;
+        const ClockArrival arrival{clock, clock->sort_time, clock->sequence};
+        owner->tree.insert(std::span(&arrival, 1), &previous);
+        chain(owner, previous, clock);
         clock = next;
     }
 }
@@ -243,30 +125,11 @@ const char *clock_queue_check(Scheduler *scheduler) noexcept {
         if (clock->queue_slot != &scheduler->queue) {
             return "a waiting clock does not name its queue";
         }
-        if ((clock->previous ? clock->previous->next : scheduler->queue) != clock) {
-            return "a waiting clock does not follow the one before it";
-        }
-        if (clock->next && !before(clock, clock->next->sort_time, clock->next->sequence)) {
+        if (clock->next && !before(*clock, *clock->next)) {
             return "clocks are out of order";
         }
     }
-    for (int lane = 0; lane < clock_express_lanes; ++lane) {
-        const Clock *waiting = scheduler->queue;
-        for (const ClockLink *link = &scheduler->express[lane]; link->next;
-             link = &link->next->link(lane)) {
-            ClockTower *const tower = link->next;
-            while (waiting && waiting->tower != tower) {
-                waiting = waiting->next;
-            }
-            if (!waiting || tower->clock != waiting || tower->lanes <= lane) {
-                return "an express lane holds a clock that is not on it";
-            }
-            if (tower->link(lane).back != link || waiting->sort_time != link->sort_time) {
-                return "an express lane has a link wrong";
-            }
-        }
-    }
-    return nullptr;
+    return scheduler->tree.check(scheduler->queue);
 }
 
 }  // namespace kiv

@@ -82,6 +82,7 @@ void scheduler_free(Scheduler *scheduler) {
     }
     critical_free(scheduler->queue_lock);
     critical_free(scheduler->run_lock);
+    clock_nodes_reserve(0, -1);
     state.count.fetch_sub(1);
 }
 
@@ -237,12 +238,17 @@ uint32_t sysqelem_throttle() noexcept {
 using namespace kiv;
 
 Scheduler *scheduler_new() noexcept {
-    auto *scheduler = static_cast<Scheduler *>(object_alloc(state.scheduler_class));
-    if (scheduler) {
-        critical_new(&scheduler->queue_lock);
-        critical_new(&scheduler->run_lock);
-        state.count.fetch_add(1);
+    if (!clock_nodes_reserve(0, 1)) {
+        return nullptr;
     }
+    auto *scheduler = static_cast<Scheduler *>(object_alloc(state.scheduler_class));
+    if (!scheduler) {
+        clock_nodes_reserve(0, -1);
+        return nullptr;
+    }
+    critical_new(&scheduler->queue_lock);
+    critical_new(&scheduler->run_lock);
+    state.count.fetch_add(1);
     return scheduler;
 }
 

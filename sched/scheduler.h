@@ -4,9 +4,8 @@
 //   1. Once settled, `queue` and the clocks' `next` hold every waiting clock in firing order:
 //      ascending sort time, equal sort times in the order of setting (ascending `sequence`). Until
 //      then the clocks set last stand in `arrivals`, in no order.
-//   2. `express[l]` and the links of the clocks' towers skip along the same order: a clock whose
-//      tower has h lanes is on the first h of them. So finding a place costs the logarithm of the
-//      number of waiting clocks, and leaving it costs the lanes of one tower.
+//   2. `tree` holds the clocks of that chain, so that finding a place in it costs the logarithm of
+//      their number.
 //   3. A clock is set exactly when its `queue_slot` is not null.
 //   4. `firing` holds a frame for each run of the scheduler that is under way.
 //
@@ -22,31 +21,13 @@
 #include <atomic>
 
 #include "kernel/internal.h"
+#include "sched/clock_tree.h"
 #include "sched/internal.h"
 #include "sched/owned.h"
 
-// Half of the clocks are on the first lane, and half of these on the next: enough for a million.
-inline constexpr int clock_express_lanes = 19;
 inline constexpr int32_t most_arrivals = 1024;
 
 namespace kiv {
-
-struct ClockTower;
-
-// A link of an express lane, with the sort time of the clock whose tower it leads to.
-struct ClockLink {
-    ClockTower *next;
-    double sort_time;
-    ClockLink *back;  // the link that leads to the tower this one stands in
-};
-
-// A clock's place on the express lanes, apart from the clock: whoever looks for a place passes many
-// towers, and these lie closer together than clocks.
-struct ClockTower {
-    Clock *clock;
-    int32_t lanes;
-    ClockLink &link(int lane) noexcept { return reinterpret_cast<ClockLink *>(this + 1)[lane]; }
-};
 
 // A clock that was set and is still to be put into its place.
 struct ClockArrival {
@@ -78,8 +59,7 @@ struct Scheduler {
     uint8_t direct_time;
     // Private from here on.
     std::atomic<bool> has_run;
-    kiv::ClockLink express[clock_express_lanes];
-    int32_t lanes;  // so many of them were ever used
+    kiv::ClockTree tree;
     kiv::ClockArrival arrivals[most_arrivals];
     int32_t arrival_count;
     uint64_t settings;    // numbers the settings of clocks, so that order survives ties
@@ -99,8 +79,6 @@ struct Clock {
     Object *owner_object;
     Qelem *deferral;
     // Private from here on.
-    Clock *previous;         // on the queue; null for its head
-    kiv::ClockTower *tower;  // owned; null: on no express lane
     uint64_t sequence;
     int32_t arrival;       // place in `arrivals`, from 1; 0: not there
     Clock *sibling;        // the next clock of the same private scheduler
@@ -135,8 +113,6 @@ class QueueGuard {
 
 // --- The queue (clock_queue.cpp); under the owner's queue lock -----------------------------------
 
-// A tower for a new clock, or null: for the clocks that are on no lane, and without memory.
-ClockTower *clock_tower_new(Clock *clock) noexcept;
 void clock_link(Scheduler *owner, Clock *clock) noexcept;
 void clock_unlink(Scheduler *owner, Clock *clock) noexcept;
 // Puts the clocks set last into their places; before every look at `queue` and `next`.

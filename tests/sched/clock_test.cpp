@@ -6,6 +6,7 @@
 #include <memory>
 #include <random>
 #include <thread>
+#include <utility>
 
 #include "kernel/internal.h"
 #include "sched/ticker.h"
@@ -220,45 +221,77 @@ TEST_F(ClockTest, AClockFreedWhileItSetsItselfElsewhereIsGone) {
     EXPECT_EQ(scheduler->queue, nullptr);
 }
 
-// Settings, moves and unsettings in any order, against a multimap that keeps equal keys in order.
+// Settings, moves, unsettings and runs in any order, against a multimap that keeps equal keys in
+// order, while the queue grows and shrinks by turns. None of them asks for memory.
 TEST_F(ClockTest, AgreesWithAModel) {
     const unsigned seed = std::random_device{}();
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::mt19937 random(seed);
-    constexpr int count = 200;
+    constexpr int count = 3000;
     std::vector<std::unique_ptr<Ticker>> tickers;
     for (int i = 0; i < count; ++i) {
         tickers.push_back(std::make_unique<Ticker>(i, scheduler));
     }
+    const int64_t blocks = memory_live_blocks();
     std::multimap<double, int> model;
-    const auto forget = [&model](int number) {
-        for (auto it = model.begin(); it != model.end(); ++it) {
-            if (it->second == number) {
-                model.erase(it);
-                return;
-            }
+    std::vector<std::multimap<double, int>::iterator> places(count, model.end());
+    const auto forget = [&](int number) {
+        auto &place = places[static_cast<size_t>(number)];
+        if (place != model.end()) {
+            model.erase(std::exchange(place, model.end()));
         }
     };
-    for (int step = 0; step < 5000; ++step) {
+    const auto run = [&](double until) {
+        std::vector<int> expected;
+        while (expected.size() < 40 && !model.empty() && model.begin()->first <= until) {
+            expected.push_back(model.begin()->second);
+            forget(expected.back());
+        }
+        Ticker::fired.clear();
+        scheduler_run(scheduler, until);
+        return order() == expected;
+    };
+    for (int step = 0; step < 40000; ++step) {
+        const bool shrinks = step / 8000 % 2 == 1;
         const int number = static_cast<int>(random() % count);
+        Clock *const clock = tickers[static_cast<size_t>(number)]->clock;
         forget(number);
-        if (random() % 4 == 0) {
-            clock_unset(tickers[static_cast<size_t>(number)]->clock);
+        if (random() % 8 < (shrinks ? 7 : 1)) {
+            clock_unset(clock);
         } else {
-            const double time = static_cast<double>(random() % 50);
-            clock_fset(tickers[static_cast<size_t>(number)]->clock, time);
-            model.emplace(time, number);
+            const auto time = static_cast<double>(random() % (random() % 2 == 0 ? 20 : 100000));
+            clock_fset(clock, time);
+            places[static_cast<size_t>(number)] = model.emplace(time, number);
+        }
+        if (random() % 50 == 0) {
+            ASSERT_STREQ(clock_queue_check(scheduler), nullptr) << step;
+        }
+        if (random() % 200 == 0) {
+            ASSERT_TRUE(run(static_cast<double>(random() % 100000))) << step;
         }
     }
-    ASSERT_EQ(clock_queue_check(scheduler), nullptr);
-    for (int pass = 0; pass < 10; ++pass) {
-        scheduler_run(scheduler, 100.0);
+    scheduler_shift(scheduler, 0.0);
+    ASSERT_STREQ(clock_queue_check(scheduler), nullptr);
+    EXPECT_EQ(memory_live_blocks(), blocks);
+    while (!model.empty()) {
+        ASSERT_TRUE(run(100000.0));
     }
-    std::vector<int> expected;
-    for (const auto &entry : model) {
-        expected.push_back(entry.second);
+    EXPECT_EQ(scheduler->queue, nullptr);
+}
+
+TEST_F(ClockTest, WithoutMemoryNoClockIsMade) {
+    const int64_t blocks = memory_live_blocks();
+    Clock *clock = nullptr;
+    int failed = 0;
+    while (!clock) {
+        memory_fail_at(++failed);
+        clock = clock_new_withscheduler(nullptr, method(+[](void *) {}), scheduler);
+        memory_fail_at(0);
+        EXPECT_TRUE(clock || memory_live_blocks() == blocks);
     }
-    EXPECT_EQ(order(), expected);
+    EXPECT_GT(failed, 1);
+    object_free(clock);
+    EXPECT_EQ(memory_live_blocks(), blocks);
 }
 
 TEST_F(ClockTest, AClockOfNoSchedulerCountsFromTheTakeoverTime) {
