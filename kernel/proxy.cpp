@@ -186,6 +186,9 @@ Class *proxy_class() noexcept {
 void inlets_start() noexcept {
     send_states_start();
     watch_set(watch::barriers, !platform::barrier_everywhere());
+    inlet_class();
+    outlet_class();
+    connection_class();
     proxy_class();
 }
 

@@ -112,6 +112,10 @@ bool cancel_waiting(Object *owner) {
 
 }  // namespace
 
+void clocks_start() noexcept {
+    clock_class();
+}
+
 Clock *clock_make(void *owner, Method function, Scheduler *scheduler, Object *owner_object,
                   bool tracked) noexcept {
     if (!clock_nodes_reserve(1, 0)) {

@@ -196,6 +196,10 @@ bool drop_waiting(const Object *owner) {
 }  // namespace
 
 // Waiting calls stay in their queues and are let go of when they come up.
+void calls_start() noexcept {
+    call_class();
+}
+
 void deferred_cancel(Object *owner) noexcept {
     while (state().by_owner.may_hold(owner) && drop_waiting(owner)) {
         std::this_thread::yield();

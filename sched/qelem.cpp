@@ -183,6 +183,8 @@ void deferred_start() noexcept {
     state().system_class = make_class("sysqelem", method(system_new));
     class_addmethod(state().system_class, method(system_set), "set", TypeCant, 0);
     class_register("nobox"_sym, state().system_class);
+    calls_start();
+    schedule_queues_start();
     "qelem_setowner"_sym->thing = reinterpret_cast<void *>(qelem_owner_set);
 }
 

@@ -124,6 +124,10 @@ Class *schedule_queue_class() {
 
 }  // namespace
 
+void schedule_queues_start() noexcept {
+    schedule_queue_class();
+}
+
 }  // namespace kiv
 
 using namespace kiv;

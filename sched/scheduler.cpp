@@ -164,6 +164,7 @@ void scheduler_start() noexcept {
                   attr_offset_new("chaintoglobal", "long"_sym, 0, nullptr, method(set_chain),
                                   static_cast<int32_t>(offsetof(Scheduler, chain_to_global))));
     class_register("nobox"_sym, state.scheduler_class);
+    clocks_start();
     state.global = scheduler_new();
     kernel_hooks().cancel_clocks = cancel_for;
     takeover_start();

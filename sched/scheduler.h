@@ -126,6 +126,8 @@ const char *clock_queue_check(Scheduler *scheduler) noexcept;
 
 // --- Clocks (clock.cpp) --------------------------------------------------------------------------
 
+// Makes the class, while there is memory for it.
+void clocks_start() noexcept;
 // A clock whose function gets `owner`, on behalf of `owner_object` (or nobody): freeing that object
 // takes the clock off its queue, when `tracked`.
 Clock *clock_make(void *owner, Method function, Scheduler *scheduler, Object *owner_object,
@@ -179,6 +181,9 @@ void takeover_time_set(double time) noexcept;
 
 // --- Deferred calls (defer.cpp) ------------------------------------------------------------------
 
+// Make the classes of calls and of scheduled queues.
+void calls_start() noexcept;
+void schedule_queues_start() noexcept;
 // Drops the deferred calls that wait for an object that is being freed, and waits for those that
 // run elsewhere.
 void deferred_cancel(Object *owner) noexcept;
