@@ -21,9 +21,12 @@ bool idle() {
     return !input_open() && scheduler_is_idle() && main_queues_empty();
 }
 
-bool clock_is_due() {
-    double time = 0.0;
-    return next_clock_time(&time) && time <= time_now();
+// When there is something to do next: for a clock, or for the queues, which want a pass in so many
+// ms. Infinite for nothing.
+double next_work(double wanted) {
+    double clock = 0.0;
+    const double next = next_clock_time(&clock) ? clock : no_limit;
+    return wanted < 0.0 ? next : std::min(next, time_now() + wanted);
 }
 
 // One round of work; the ms until the queues want the next one, negative when they want none.
@@ -39,24 +42,22 @@ double work() {
 void empty_queues_once() {
     for (int pass = 0; pass < most_passes_at_once; ++pass) {
         scheduler_poll();
-        if (main_queues_pass() != 0.0 && !clock_is_due()) {
+        if (next_work(main_queues_pass()) > time_now()) {
             return;
         }
     }
 }
 
-// Time stands still until nothing is due, then jumps to the next clock.
+// Time stands still until nothing is due, then jumps to what comes next.
 void offline_loop(double end, bool until_idle) {
     while (!quit_requested()) {
-        const double wanted = work();
-        double next = 0.0;
-        const bool clock_waits = next_clock_time(&next);
-        if (wanted >= 0.0 || (clock_waits && next <= time_now())) {
-            continue;
-        }
-        if (clock_waits && next <= end) {
+        const double next = next_work(work());
+        if (next != no_limit) {
+            if (next > end) {
+                return;
+            }
             time_advance_to(next);
-        } else if (clock_waits || (!input_open() && (until_idle || end != no_limit))) {
+        } else if (!input_open() && (until_idle || end != no_limit)) {
             return;
         } else {
             main_wait(-1.0);

@@ -59,6 +59,7 @@ foreach(overdrive "" --overdrive)
         --send "in 2" due.kivpat)
     expect(0 "^$" empty --until-idle ${overdrive} silent.kivpat)
 endforeach()
+expect(0 "a: no such object" empty --offline --for 1 --send "kiv disablequeue 1" --send "a" delayed.kivpat)
 expect(0 "pipe: int 3\nprint: int 3\nlate: 3\n$" empty --for 1 --offline --send "; kiv overdrive 1"
     --send "; kiv debugmessages 1" --send "; in 3" delayed.kivpat)
 # A translation is read from the search path; one that wants other arguments is refused.
