@@ -2,8 +2,10 @@
 //
 // A waiter counts itself before it lets go of the mutex, so a signal given under the mutex is never
 // lost to it. The events are flags, not counts: two signals in a row may wake one thread, a wake
-// may come without a cause, and callers wait in a loop over what they wait for.
+// may come without a cause, and callers wait in a loop over what they wait for. Who waits again
+// before a broadcast has woken the last of the others is not counted, or it might never end.
 #include <new>
+#include <thread>
 
 #include "sched/condition.h"
 
@@ -21,8 +23,18 @@ uint32_t wake(ConditionRef condition, platform::Event Condition::*event) noexcep
     const Guard guard(condition->lock);
     if (condition->waiting != 0) {
         (condition->*event).set();
+        condition->broadcast |= event == &Condition::all;
     }
     return 0;
+}
+
+// The last one resets `all` inside the lock, or the broadcast for a new waiter could be lost.
+void leave(ConditionRef condition) noexcept {
+    const Guard guard(condition->lock);
+    if (--condition->waiting == 0 && condition->broadcast) {
+        condition->all.reset();
+        condition->broadcast = false;
+    }
 }
 
 }  // namespace
@@ -53,19 +65,16 @@ uint32_t systhread_cond_wait(ConditionRef condition, MutexRef mutex) noexcept {
         return failed;
     }
     condition->lock.enter();
-    ++condition->waiting;
+    const bool joins = !condition->broadcast;
+    condition->waiting += joins ? 1 : 0;
     condition->lock.exit();
     systhread_mutex_unlock(mutex);
-
-    const int event =
+    if (joins) {
         platform::Event::wait_either(condition->one, condition->all, platform::wait_forever);
-
-    condition->lock.enter();
-    --condition->waiting;
-    if (event == 1 && condition->waiting == 0) {
-        condition->all.reset();  // inside the lock, or the broadcast for a new waiter could be lost
+        leave(condition);
+    } else {
+        std::this_thread::yield();
     }
-    condition->lock.exit();
     systhread_mutex_lock(mutex);
     return 0;
 }

@@ -103,7 +103,7 @@ TEST(Mutexes, AreMadeOnceByWhoeverComesFirst) {
 struct Gate {
     MutexRef mutex = nullptr;
     ConditionRef condition = nullptr;
-    int waiting = 0, tickets = 0, passed = 0;
+    int waiting = 0, wakes = 0, tickets = 0, passed = 0;
 
     Gate() {
         systhread_mutex_new(&mutex, 0);
@@ -120,6 +120,7 @@ struct Gate {
         ++waiting;
         while (tickets == 0) {
             systhread_cond_wait(condition, mutex);
+            ++wakes;
         }
         --tickets;
         ++passed;
@@ -183,6 +184,34 @@ TEST(Conditions, LoseNoBroadcastToAWaiterThatComesBack) {
         thread.join();
     }
     EXPECT_EQ(gate.passed, passers * rounds);
+}
+
+// What finds nothing to do and waits again must not keep the broadcast going, and be woken by it.
+TEST(Conditions, ABroadcastEndsAlthoughItsWaitersComeBack) {
+    constexpr int count = 50;
+    Gate gate;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back([&] { gate.pass(); });
+    }
+    gate.await(gate.waiting, count);
+    systhread_cond_broadcast(gate.condition);
+    gate.await(gate.wakes, count);
+    for (int before = 0, now = -1; now != before;) {
+        before = now;
+        systhread_sleep(50);
+        systhread_mutex_lock(gate.mutex);
+        now = gate.wakes;
+        systhread_mutex_unlock(gate.mutex);
+    }
+    EXPECT_LT(gate.wakes, 500 * count);  // a few thousand; as many a millisecond if it does not end
+    systhread_mutex_lock(gate.mutex);
+    gate.tickets = count;
+    systhread_cond_broadcast(gate.condition);
+    systhread_mutex_unlock(gate.mutex);
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
 }
 
 // The last thread that a broadcast wakes resets it: who waits afterwards is not woken by it.
