@@ -8,6 +8,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -291,7 +292,11 @@ void pass_in_order() {
                          auto *const to = static_cast<LockfreeQueue *>(argument);
                          for (int32_t i = 0; i < count;) {
                              const Element element(i);
-                             i += lockfreequeue_push(to, &element) == 0 ? 1 : 0;
+                             if (lockfreequeue_push(to, &element) == 0) {
+                                 ++i;
+                             } else {
+                                 std::this_thread::yield();
+                             }
                          }
                      }),
                      ring, 0, 0, 0, &thread);
@@ -301,6 +306,8 @@ void pass_in_order() {
         if (lockfreequeue_pop(ring, &element) == 0) {
             wrong += element == Element(i) ? 0 : 1;
             ++i;
+        } else {
+            std::this_thread::yield();
         }
     }
     systhread_join(thread, nullptr);

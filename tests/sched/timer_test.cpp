@@ -31,6 +31,10 @@ struct Takeover {
 
 class TimerTest : public test::TickerTest {
   protected:
+    void TearDown() override {
+        TickerTest::TearDown();
+        time_offline_end();  // begins anew: a driver may have set it back
+    }
     // Where the start time lies on the time base: the closest of several pairs of readings.
     static double start_time() {
         double start = std::numeric_limits<double>::infinity();
