@@ -49,13 +49,14 @@ void leave_scheduler(Clock *clock) {
     }
 }
 
+// The owner, if it is freed meanwhile, still finds the clock, and waits for its function too.
 void clock_free(Clock *clock) {
+    while (clock_withdraw(clock)) {
+        std::this_thread::yield();
+    }
     if (clock->owned.owner) {
         const Guard guard(state().lock);
         state().by_owner.remove(clock);
-    }
-    while (clock_withdraw(clock)) {
-        std::this_thread::yield();
     }
     leave_scheduler(clock);
     clock_nodes_reserve(-1, 0);
@@ -67,11 +68,7 @@ Class *clock_class() {
 }
 
 double delay_base(const Clock *clock) {
-    if (!clock->scheduler) {
-        return takeover_time();
-    }
-    Scheduler *const owner = queue_owner(clock->scheduler);
-    return systhread_isaudiothread() ? owner->audio_time.load() : scheduler_time(owner, true);
+    return clock->scheduler ? scheduler_time(clock->scheduler, true) : takeover_time();
 }
 
 // Not a number would break the order of the queue; a clock set to it is due at once.
@@ -202,9 +199,7 @@ void clock_getftime(double *out) noexcept {
 
 void clock_getftime_nocache(double *out) noexcept {
     if (out) {
-        Scheduler *const scheduler = queue_owner(scheduler_get());
-        *out = systhread_isaudiothread() ? scheduler->audio_time.load()
-                                         : scheduler_time(scheduler, false);
+        *out = scheduler_time(scheduler_get(), false);
     }
 }
 

@@ -171,7 +171,11 @@ void scheduler_times_reset() noexcept {
     takeover_time_set(0.0);
 }
 
-double scheduler_time(Scheduler *scheduler, bool cached) noexcept {
+double scheduler_time(Scheduler *asked, bool cached) noexcept {
+    Scheduler *const scheduler = queue_owner(asked);
+    if (systhread_isaudiothread()) {
+        return scheduler->audio_time;
+    }
     if (Run::is_inside(scheduler) || Run::is_inside(scheduler_global()) || scheduler->direct_time) {
         return scheduler->time;
     }

@@ -276,8 +276,7 @@ void scheduler_settime(Scheduler *scheduler, double time) noexcept {
 
 void scheduler_gettime(Scheduler *scheduler, double *out) noexcept {
     if (out) {
-        Scheduler *const owner = queue_owner(scheduler);
-        *out = systhread_isaudiothread() ? owner->audio_time.load() : scheduler_time(owner, true);
+        *out = scheduler_time(scheduler, true);
     }
 }
 

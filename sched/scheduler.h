@@ -141,8 +141,8 @@ void clocks_cancel(Object *owner) noexcept;
 void scheduler_pass(double now) noexcept;
 // Unsets a clock; true when another thread runs its function just now, which may set it again.
 bool clock_withdraw(Clock *clock) noexcept;
-// Logical time for a caller outside the audio rule: inside a pass the logical time, else the
-// outside estimate (through its cache, unless told otherwise).
+// What time it is for the calling thread: on an audio thread the audio time, inside a pass the
+// logical time, else the outside estimate (through its cache, unless told otherwise).
 double scheduler_time(Scheduler *scheduler, bool cached) noexcept;
 // The global scheduler knows of no time yet: the time begins anew.
 void scheduler_times_reset() noexcept;

@@ -221,6 +221,32 @@ TEST_F(ClockTest, AClockFreedWhileItSetsItselfElsewhereIsGone) {
     EXPECT_EQ(scheduler->queue, nullptr);
 }
 
+TEST_F(ClockTest, AnOwnerIsFreedAfterItsFunctionThoughItsClockIsBeingFreed) {
+    static std::atomic<int> step;
+    step = 0;
+    Class *const c = class_new("clock_owner", nullptr, nullptr, sizeof(Object), nullptr, 0);
+    class_register("nobox"_sym, c);
+    void *const owner = object_alloc(c);
+    Clock *const clock = clock_new_withscheduler(owner, method(+[](void *) {
+                                                     step = 1;
+                                                     systhread_sleep(40);
+                                                     step = 2;
+                                                 }),
+                                                 scheduler);
+    clock_fset(clock, 1.0);
+    std::thread runner([this] { scheduler_run(scheduler, 1.0); });
+    while (step == 0) {
+        std::this_thread::yield();
+    }
+    std::thread freeing([clock] { object_free(clock); });
+    systhread_sleep(10);
+    object_free(owner);
+    EXPECT_EQ(step, 2);
+    freeing.join();
+    runner.join();
+    class_free(c);
+}
+
 // Settings, moves, unsettings and runs in any order, against a multimap that keeps equal keys in
 // order, while the queue grows and shrinks by turns. None of them asks for memory.
 TEST_F(ClockTest, AgreesWithAModel) {

@@ -41,9 +41,21 @@ struct Subject {
     Qelem *element;
 };
 
-void subject_called(const Subject *x) {
-    x->record->after_its_end.fetch_add(x->record->freed.load() ? 1 : 0);
-}
+// From its beginning to its end a call finds its subject alive.
+class Call {
+  public:
+    explicit Call(const Subject *x) : record_(x->record) { note(); }
+    ~Call() {
+        std::this_thread::yield();
+        note();
+    }
+    Call(const Call &) = delete;
+    Call &operator=(const Call &) = delete;
+
+  private:
+    void note() { record_->after_its_end.fetch_add(record_->freed.load() ? 1 : 0); }
+    Record *record_;
+};
 
 void set_clock(Subject *x, double delay) {
     x->record->set.fetch_add(1);
@@ -51,7 +63,7 @@ void set_clock(Subject *x, double delay) {
 }
 
 void subject_tick(Subject *x) {
-    subject_called(x);
+    const Call call(x);
     x->record->early.fetch_add(time_now() < x->record->due.load() ? 1 : 0);
     qelem_set(x->element);
     x->record->fired.fetch_add(1);
@@ -61,13 +73,13 @@ void subject_tick(Subject *x) {
 }
 
 void subject_run(Subject *x) {
-    subject_called(x);
+    const Call call(x);
     x->record->seen.store(x->record->requested.load());
     x->record->runs.fetch_add(1);
 }
 
 void subject_deferred(Subject *x, Symbol *, int32_t, Atom *) {
-    subject_called(x);
+    const Call call(x);
 }
 
 void subject_free(Subject *x) {
