@@ -8,11 +8,13 @@
 #include <xmmintrin.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <deque>
 #include <new>
 #include <unordered_map>
+#include <utility>
 
 #include "platform/platform.h"
 #include "platform/win32/win32.h"
@@ -275,38 +277,115 @@ void *stack_base() noexcept {
 }
 
 // --- Slots ---------------------------------------------------------------------------------------
+//
+// The system's own slots know no destructors (thread-local ones), or call them also when a slot is
+// freed and once only, so that what a destructor sets stays for ever (fiber-local ones). So one of
+// the latter holds a thread's table of all values.
 
 struct ThreadSlot {
-    DWORD index;
+    void (*destructor)(void *value);
+    std::atomic<uint64_t> generation;  // odd while in use; a value of another generation is null
 };
 
-// Fiber-local slots call a destructor when a thread ends; thread-local ones do not.
+namespace {
+
+constexpr size_t max_slots = 256;
+constexpr int destructor_rounds = 4;
+
+struct Value {
+    void *value;
+    uint64_t generation;
+};
+
+struct Slots {
+    CriticalSection lock;  // around making and deleting
+    ThreadSlot slots[max_slots] = {};
+    DWORD index = FLS_OUT_OF_INDEXES;  // of the pointer to a thread's values
+};
+
+void WINAPI values_end(void *values);
+
+Slots &slots() {
+    alignas(Slots) static std::byte storage[sizeof(Slots)];
+    static auto *instance = [] {
+        auto *made = new (storage) Slots;
+        made->index = FlsAlloc(values_end);
+        return made;
+    }();
+    return *instance;
+}
+
+Value *values_of_thread() {
+    return static_cast<Value *>(FlsGetValue(slots().index));
+}
+
+// One round; false when there was nothing to destroy.
+bool destroy_values(Value *values) {
+    bool any = false;
+    for (size_t i = 0; i < max_slots; ++i) {
+        const ThreadSlot &slot = slots().slots[i];
+        void *const value = std::exchange(values[i].value, nullptr);
+        if (value && slot.destructor && values[i].generation == slot.generation) {
+            slot.destructor(value);
+            any = true;
+        }
+    }
+    return any;
+}
+
+void WINAPI values_end(void *values) {
+    FlsSetValue(slots().index,
+                values);  // for the destructors, which may look at slots and set them
+    for (int i = 0; i < destructor_rounds && destroy_values(static_cast<Value *>(values)); ++i) {
+    }
+    FlsSetValue(slots().index, nullptr);
+    std::free(values);
+}
+
+}  // namespace
+
 ThreadSlot *slot_create(void (*destructor)(void *value)) noexcept {
-    auto *slot = static_cast<ThreadSlot *>(std::malloc(sizeof(ThreadSlot)));
-    if (!slot) {
-        return nullptr;
+    Slots &all = slots();
+    all.lock.enter();
+    ThreadSlot *const end = all.slots + max_slots;
+    ThreadSlot *slot = std::find_if(
+        all.slots, end, [](const ThreadSlot &candidate) { return candidate.generation % 2 == 0; });
+    if (slot != end) {
+        slot->destructor = destructor;
+        ++slot->generation;
     }
-    slot->index = FlsAlloc(reinterpret_cast<PFLS_CALLBACK_FUNCTION>(destructor));
-    if (slot->index == FLS_OUT_OF_INDEXES) {
-        std::free(slot);
-        return nullptr;
-    }
-    return slot;
+    all.lock.exit();
+    return slot == end ? nullptr : slot;
 }
 
 void slot_delete(ThreadSlot *slot) noexcept {
     if (slot) {
-        FlsFree(slot->index);
-        std::free(slot);
+        slots().lock.enter();
+        ++slot->generation;
+        slots().lock.exit();
     }
 }
 
 void *slot_get(ThreadSlot *slot) noexcept {
-    return FlsGetValue(slot->index);
+    const Value *const values = values_of_thread();
+    if (!values) {
+        return nullptr;
+    }
+    const Value &held = values[slot - slots().slots];
+    return held.generation == slot->generation ? held.value : nullptr;
 }
 
 bool slot_set(ThreadSlot *slot, void *value) noexcept {
-    return FlsSetValue(slot->index, value) != 0;
+    Value *values = values_of_thread();
+    if (!values) {
+        values = static_cast<Value *>(std::calloc(max_slots, sizeof(Value)));
+        if (!values || !FlsSetValue(slots().index, values)) {
+            std::free(values);
+            return false;
+        }
+    }
+    values[slot - slots().slots] = {value, slot->generation};
+    return true;
 }
 
 }  // namespace kiv::platform

@@ -214,7 +214,8 @@ TEST(Conditions, ABroadcastEndsAlthoughItsWaitersComeBack) {
     }
 }
 
-// The last thread that a broadcast wakes resets it: who waits afterwards is not woken by it.
+// The last thread that a broadcast wakes resets it: who waits afterwards is not woken by it, nor by
+// what was signalled when nobody waited.
 TEST(Conditions, ABroadcastIsOverWhenAllHaveLeft) {
     Gate gate;
     std::vector<std::thread> threads;
@@ -229,6 +230,8 @@ TEST(Conditions, ABroadcastIsOverWhenAllHaveLeft) {
     for (std::thread &thread : threads) {
         thread.join();
     }
+    systhread_cond_signal(gate.condition);  // nobody waits: lost
+    systhread_cond_broadcast(gate.condition);
     int wakes = 0;
     std::thread later([&] {
         systhread_mutex_lock(gate.mutex);
