@@ -313,7 +313,7 @@ ErrorCode class_free(Class *c) noexcept {
     if (!c) {
         return ErrorInvalidPointer;
     }
-    if (std::atomic_ref(c->users).load() > 0) {
+    if (std::atomic_ref(c->users).load() > 0 || (class_flags(c) & ClassPermanent)) {
         error("class_free: class %s is in use", c->name->name);
         return ErrorGeneric;
     }

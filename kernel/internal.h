@@ -37,7 +37,8 @@ enum ClassFlag : uint32_t {
     ClassOwnMethods = 0x100000,     // instances carry their own methods
     ClassUsesProxies = 0x400000,    // set by the first proxy of an instance
     ClassRetired = 0x800000,        // freeobject gives the memory to memory_retire
-    ClassReceives = 0x1000000       // an instance has been connected to an outlet
+    ClassReceives = 0x1000000,      // an instance has been connected to an outlet
+    ClassPermanent = 0x2000000      // is never freed: its instances are not counted
 };
 
 }  // namespace kiv
@@ -228,8 +229,9 @@ enum ObexFlag : uint32_t {
     ObexHasDeferred = 32,
     ObexSubscribes = 64  // waits for names, or has done so
 };
-uint32_t obex_flags(const Object *x) noexcept;           // 0 without a record
-void obex_flags_set(Object *x, uint32_t bits) noexcept;  // adds bits, making the record
+uint32_t obex_flags(const Object *x) noexcept;  // 0 without a record
+// Adds bits, making the record where the class allows one; false without memory for it.
+bool obex_flags_set(Object *x, uint32_t bits) noexcept;
 // The box that holds an object, or null; set when the box takes the object.
 Object *object_box(const Object *x) noexcept;
 void object_box_set(Object *x, Object *box) noexcept;

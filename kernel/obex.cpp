@@ -259,10 +259,12 @@ uint32_t obex_flags(const Object *x) noexcept {
     return record ? record->flags.load() : 0;
 }
 
-void obex_flags_set(Object *x, uint32_t bits) noexcept {
-    if (ObexRecord *const record = obex_enforce(x)) {
+bool obex_flags_set(Object *x, uint32_t bits) noexcept {
+    ObexRecord *const record = obex_enforce(x);
+    if (record) {
         record->flags.fetch_or(bits);
     }
+    return record || class_of(x)->obex_offset < 0;
 }
 
 Object *object_box(const Object *x) noexcept {

@@ -104,6 +104,13 @@ void cancel_waiting(Object *x, const ObexRecord *record) {
     }
 }
 
+// Threads that make and free instances of one class would feel the counter.
+void count_instance(Class *c, int64_t difference) {
+    if (!(class_flags(c) & ClassPermanent)) {
+        std::atomic_ref(c->users).fetch_add(difference, std::memory_order_relaxed);
+    }
+}
+
 void release_memory(Object *x, bool was_client) {
     Class *const c = class_of(x);
     // What was kept for the object while it and its parts were freed.
@@ -120,7 +127,7 @@ void release_memory(Object *x, bool was_client) {
     } else {
         sysmem_freeptr(x);
     }
-    std::atomic_ref(c->users).fetch_sub(1, std::memory_order_relaxed);
+    count_instance(c, -1);
 }
 
 void free_parts(Object *x, const ObexRecord *record) {
@@ -154,6 +161,7 @@ void free_object(Object *x) {
     if (still_held(x, record)) {
         return;
     }
+    cancel_waiting(x, record.get());  // nothing may run for it while its free functions do
     call_free_functions(x);
     if (class_of(x)->lightweight) {
         obex_release(x);
@@ -195,7 +203,7 @@ Object *object_alloc_extra(Class *c, int64_t extra) noexcept {
     if (std::atomic_ref(c->instantiated).load(std::memory_order_relaxed) == 0) {
         std::atomic_ref(c->instantiated).store(1, std::memory_order_relaxed);
     }
-    std::atomic_ref(c->users).fetch_add(1, std::memory_order_relaxed);
+    count_instance(c, 1);
     x->methods = c->method_list + 1;
     x->magic = KIV_OBJECT_MAGIC;
     return x;

@@ -1,9 +1,13 @@
 // Deferred and scheduled calls: a private copy of a message, run once later.
 //
-// A record owns its atoms and its element (a queue element or a clock) and frees both, and itself,
-// when it has run or comes up after it was dropped. Thread safety: records are made on any thread
-// and end on the thread that runs them. `lock` guards the table of the records that name an owner:
-// freeing the owner drops those that wait, and waits for one that runs on another thread.
+// A record lies in one block with its atoms and, when the low-priority queue is to run it, with its
+// queue element; other elements, and clocks, are objects of their own, which it owns. It ends with
+// its run, or when its owner is freed before.
+//
+// Thread safety: records are made on any thread. `lock` guards the table of the records that mark
+// an owner, and what these say of their run. They enter the table and their queue in one hold of
+// it, and whoever takes one that waits frees it: the thread that runs it, or the one that frees the
+// owner. That one also waits for those that run on other threads.
 #include <kiv/console.h>
 
 #include <algorithm>
@@ -30,10 +34,20 @@ struct DeferredCall {
     int32_t front;
     // Private from here on.
     int32_t atom_count;
-    bool to_defer;    // hand the call on to the main thread
-    bool dropped;     // the owner was freed while the call waited; under the lock
-    ThreadId runner;  // thread that makes the call now, or 0; under the lock
+    bool marks_owner;  // freeing the owner ends the call
+    bool to_defer;     // hand the call on to the main thread
+    bool taken;        // by whoever frees the owner; under the lock
+    ThreadId runner;   // thread that makes the call now, or 0; under the lock
     OwnedLink<DeferredCall> owned;
+};
+
+// A call as it is asked for.
+struct Request {
+    void *owner;
+    Method function;
+    Symbol *selector;
+    int32_t argc;
+    Atom *argv;
 };
 
 struct State {
@@ -46,13 +60,25 @@ State &state() {
 
 using CallFunction = void (*)(void *owner, Symbol *selector, int32_t argc, Atom *argv);
 
+int32_t atom_count(const Request &asked) {
+    return asked.argv ? std::max(asked.argc, 0) : 0;
+}
+
+// The element in a record's own block.
+Qelem *own_element(DeferredCall *call) {
+    return reinterpret_cast<Qelem *>(call + 1);
+}
+
 void call_free(DeferredCall *call) {
     if (call->owned.owner) {
         const Guard guard(state().lock);
         state().by_owner.remove(call);
     }
-    sysmem_freeptr(call->atoms);
-    object_free(call->element);
+    if (call->element == reinterpret_cast<Object *>(own_element(call))) {
+        call_element_end(own_element(call));
+    } else {
+        object_free(call->element);
+    }
 }
 
 Class *call_class() {
@@ -60,55 +86,70 @@ Class *call_class() {
     return c;
 }
 
-bool copy_atoms(DeferredCall *call, int32_t argc, const Atom *argv) {
-    const int64_t size = int64_t{sizeof(Atom)} * argc;
-    call->atoms = static_cast<Atom *>(sysmem_newptr(size));
-    if (!call->atoms) {
-        error("sysmem_newptr: unable to allocate block of size %d!", static_cast<int32_t>(size));
-        return false;
-    }
-    std::memcpy(call->atoms, argv, static_cast<size_t>(size));
-    call->atom_count = argc;
-    call->count = static_cast<int16_t>(std::min(argc, 32767));
-    return true;
+DeferredCall *refuse(DeferredCall *call) {
+    object_free(call);
+    error("deferred call: out of memory");
+    return nullptr;
 }
 
-DeferredCall *call_make(void *owner, Method function, Symbol *selector, int32_t argc,
-                        const Atom *argv) {
-    auto *call = static_cast<DeferredCall *>(object_alloc(call_class()));
-    if (!call) {
-        return nullptr;
-    }
-    call->owner = owner;
-    call->selector = selector;
-    call->function = function;
-    if (argc > 0 && argv && !copy_atoms(call, argc, argv)) {
-        object_free(call);
-        return nullptr;
-    }
-    if (selector != "idlepriority"_sym && object_valid(owner)) {
-        obex_flags_set(static_cast<Object *>(owner), ObexHasDeferred);
-        const Guard guard(state().lock);
-        state().by_owner.add(call, owner);
-    }
-    return call;
+// False without memory for the mark.
+bool mark_owner(DeferredCall *call) {
+    call->marks_owner = call->selector != "idlepriority"_sym && object_valid(call->owner);
+    return !call->marks_owner ||
+           obex_flags_set(static_cast<Object *>(call->owner), ObexHasDeferred);
 }
 
-// The owner as an object, when the record is marked with it.
+// The owner as an object, when the record marks it.
 Object *marked_owner(const DeferredCall *call) {
-    return call->owned.owner ? static_cast<Object *>(call->owner) : nullptr;
+    return call->marks_owner ? static_cast<Object *>(call->owner) : nullptr;
 }
 
-// False when the owner is gone: the call must not be made.
-bool claim(DeferredCall *call) {
-    if (!call->owned.owner) {  // nobody can drop it
-        return !call->owner || object_valid(call->owner);
+// A record with room for an element and the atoms behind it. Null without function or memory.
+DeferredCall *call_make(const Request &asked, int64_t element_size) {
+    if (!asked.function) {
+        return nullptr;
+    }
+    const int32_t count = atom_count(asked);
+    const int64_t extra = element_size + int64_t{sizeof(Atom)} * count;
+    auto *const call = reinterpret_cast<DeferredCall *>(object_alloc_extra(call_class(), extra));
+    if (!call) {
+        error("sysmem_newptr: unable to allocate block of size %lld!",
+              static_cast<long long>(int64_t{sizeof(DeferredCall)} + extra));
+        return nullptr;
+    }
+    call->owner = asked.owner;
+    call->selector = asked.selector;
+    call->function = asked.function;
+    call->atom_count = count;
+    call->count = static_cast<int16_t>(std::min(count, 32767));
+    if (count > 0) {
+        call->atoms = reinterpret_cast<Atom *>(reinterpret_cast<char *>(call + 1) + element_size);
+        std::memcpy(call->atoms, asked.argv, sizeof(Atom) * static_cast<size_t>(count));
+    }
+    return mark_owner(call) ? call : refuse(call);
+}
+
+// Has put() hand a record to its queue. It may be gone afterwards.
+template <class Put>
+void hand_over(DeferredCall *call, Put put) {
+    if (!call->marks_owner) {
+        put();
+        return;
     }
     const Guard guard(state().lock);
-    if (call->dropped || !object_valid(call->owner)) {
-        return false;
+    state().by_owner.add(call, call->owner);
+    put();
+}
+
+// False when whoever frees the owner has taken the call, and frees it once this thread lets go.
+bool take_to_run(DeferredCall *call) {
+    if (call->marks_owner) {
+        const Guard guard(state().lock);
+        if (call->taken) {
+            return false;
+        }
+        call->runner = systhread_self();
     }
-    call->runner = systhread_self();
     return true;
 }
 
@@ -120,89 +161,128 @@ void name_owner(const DeferredCall *call) {
     }
 }
 
-void make_call(void *owner, Method function, Symbol *selector, int32_t argc, Atom *argv) {
-    guarded("deferred call", owner,
-            [&] { reinterpret_cast<CallFunction>(function)(owner, selector, argc, argv); });
+void make_call(const Request &asked) {
+    guarded("deferred call", asked.owner, [&asked] {
+        reinterpret_cast<CallFunction>(asked.function)(asked.owner, asked.selector,
+                                                       atom_count(asked), asked.argv);
+    });
 }
+
+DeferredCall *queue_call(const Request &asked, bool front);
 
 // The function of a record's queue element or clock.
 void call_run(DeferredCall *call) {
-    if (claim(call)) {
+    if (!take_to_run(call)) {
+        return;
+    }
+    if (!call->owner || object_valid(call->owner)) {
         name_owner(call);
-        if (call->to_defer) {
-            defer(call->owner, call->function, call->selector, call->atom_count, call->atoms);
+        const Request kept{call->owner, call->function, call->selector, call->atom_count,
+                           call->atoms};
+        if (call->to_defer && !systhread_ismainthread()) {
+            queue_call(kept, false);
         } else {
-            make_call(call->owner, call->function, call->selector, call->atom_count, call->atoms);
+            make_call(kept);
         }
     }
     object_free(call);
 }
 
-// Gives a record what runs it; null, and the record freed, when that could not be made.
-DeferredCall *with_element(DeferredCall *call, void *element) {
-    call->element = static_cast<Object *>(element);
-    if (!element) {
-        object_free(call);
+DeferredCall *queue_call(const Request &asked, bool front) {
+    DeferredCall *const call = call_make(asked, sizeof(Qelem));
+    if (!call) {
         return nullptr;
     }
-    return call;
-}
-
-DeferredCall *queue_call(bool front, void *owner, Method function, Symbol *selector, int32_t argc,
-                         Atom *argv) {
-    DeferredCall *const call = call_make(owner, function, selector, argc, argv);
-    Qelem *const element = call ? qelem_new(call, method(call_run)) : nullptr;
-    if (!call || !with_element(call, element)) {
-        return nullptr;
-    }
-    call->front = front ? 1 : 0;
+    Qelem *const element = own_element(call);
+    call_element_begin(element, call, method(call_run));
     qelem_owner_set(element, marked_owner(call));
-    if (front) {
-        queue_front(low_queue(), element);
-    } else {
-        queue_append(low_queue(), element);
-    }
+    call->element = reinterpret_cast<Object *>(element);
+    call->front = front ? 1 : 0;
+    hand_over(call, [element, front] {
+        front ? queue_front(low_queue(), element) : queue_append(low_queue(), element);
+    });
     return call;
 }
 
-void schedule_call(void *owner, Method function, double delay, bool to_defer, Symbol *selector,
-                   int32_t argc, Atom *argv) {
-    DeferredCall *const call = call_make(owner, function, selector, argc, argv);
+DeferredCall *system_call(const Request &asked) {
+    DeferredCall *const call = call_make(asked, 0);
+    if (!call) {
+        return nullptr;
+    }
+    Atom made[2];
+    atom_setobj(made, call);
+    atom_setobj(made + 1, reinterpret_cast<void *>(call_run));
+    auto *const element =
+        static_cast<Object *>(object_new_typed("nobox"_sym, "sysqelem"_sym, 2, made));
+    if (!element) {
+        return refuse(call);
+    }
+    call->element = element;
+    object_method(element, "setowner"_sym, marked_owner(call));
+    hand_over(call, [element] { object_method(element, "set"_sym); });
+    return call;
+}
+
+void schedule_call(const Request &asked, double time, bool to_defer) {
+    DeferredCall *const call = call_make(asked, 0);
     if (!call) {
         return;
     }
-    // Not tracked: freeing the owner drops the call, which takes its clock with it.
-    Clock *const clock =
-        clock_make(call, method(call_run), scheduler_fromobject(owner), marked_owner(call), false);
-    if (with_element(call, clock)) {
-        call->to_defer = to_defer;
-        clock_fdelay(clock, std::max(0.0, delay));
+    // Not tracked: freeing the owner ends the call, and so its clock.
+    Clock *const clock = clock_make(call, method(call_run), scheduler_fromobject(asked.owner),
+                                    marked_owner(call), false);
+    if (!clock) {
+        refuse(call);
+        return;
     }
+    call->element = &clock->ob;
+    call->to_defer = to_defer;
+    hand_over(call, [clock, time] { clock_fset(clock, time); });
 }
 
-// Drops an owner's waiting calls; true when one of them runs on another thread just now.
-bool drop_waiting(const Object *owner) {
+// The time after a delay. One that is negative, or not a number, counts as 0.
+double after(void *owner, double delay) {
+    return gettime_forobject(owner) + std::max(0.0, delay);
+}
+
+// Takes one of an owner's calls out of the table, passing over those that run on other threads and
+// telling of them.
+DeferredCall *take_from_table(const Object *owner, bool *some_run) {
     const ThreadId self = systhread_self();
+    *some_run = false;
+    DeferredCall *found = nullptr;
     const Guard guard(state().lock);
-    bool runs = false;
     state().by_owner.visit(owner, [&](DeferredCall *call) {
-        call->dropped = true;
-        runs = runs || (call->runner != 0 && call->runner != self);
-        return true;
+        const bool runs_elsewhere = call->runner != 0 && call->runner != self;
+        *some_run = *some_run || runs_elsewhere;
+        found = runs_elsewhere ? nullptr : call;
+        return found == nullptr;
     });
-    return runs;
+    if (found) {
+        found->taken = true;
+        state().by_owner.remove(found);
+    }
+    return found;
 }
 
 }  // namespace
 
-// Waiting calls stay in their queues and are let go of when they come up.
 void calls_start() noexcept {
     call_class();
 }
 
 void deferred_cancel(Object *owner) noexcept {
-    while (state().by_owner.may_hold(owner) && drop_waiting(owner)) {
-        std::this_thread::yield();
+    bool some_run = true;
+    while (some_run && state().by_owner.may_hold(owner)) {
+        DeferredCall *const call = take_from_table(owner, &some_run);
+        if (!call) {
+            std::this_thread::yield();
+        } else {
+            some_run = true;
+            if (call->runner == 0) {
+                object_free(call);
+            }  // else it runs further down on this thread's stack
+        }
     }
 }
 
@@ -211,14 +291,13 @@ void deferred_cancel(Object *owner) noexcept {
 using namespace kiv;
 
 void *defer(void *owner, Method function, Symbol *selector, int32_t argc, Atom *argv) noexcept {
-    if (!function) {
-        return nullptr;
+    if (!systhread_ismainthread()) {
+        return defer_low(owner, function, selector, argc, argv);
     }
-    if (systhread_ismainthread()) {
-        make_call(owner, function, selector, argc, argv);
-        return nullptr;
+    if (function) {
+        make_call({owner, function, selector, argc, argv});
     }
-    return defer_low(owner, function, selector, argc, argv);
+    return nullptr;
 }
 
 void *defer_medium(void *owner, Method function, Symbol *selector, int32_t argc,
@@ -227,40 +306,23 @@ void *defer_medium(void *owner, Method function, Symbol *selector, int32_t argc,
 }
 
 void *defer_low(void *owner, Method function, Symbol *selector, int32_t argc, Atom *argv) noexcept {
-    return function ? queue_call(false, owner, function, selector, argc, argv) : nullptr;
+    return queue_call({owner, function, selector, argc, argv}, false);
 }
 
 void *defer_front(void *owner, Method function, Symbol *selector, int32_t argc,
                   Atom *argv) noexcept {
-    return function ? queue_call(true, owner, function, selector, argc, argv) : nullptr;
+    return queue_call({owner, function, selector, argc, argv}, true);
 }
 
 void *defer_sys_low(void *owner, Method function, Symbol *selector, int32_t argc,
                     Atom *argv) noexcept {
-    if (!function) {
-        return nullptr;
-    }
-    DeferredCall *const call = call_make(owner, function, selector, argc, argv);
-    if (!call) {
-        return nullptr;
-    }
-    Atom made[2];
-    atom_setobj(made, call);
-    atom_setobj(made + 1, reinterpret_cast<void *>(call_run));
-    if (!with_element(call, object_new_typed("nobox"_sym, "sysqelem"_sym, 2, made))) {
-        return nullptr;
-    }
-    object_method(call->element, "setowner"_sym, owner);
-    object_method(call->element, "set"_sym);
-    return call;
+    return system_call({owner, function, selector, argc, argv});
 }
 
 void schedulef(void *owner, Method function, double time, Symbol *selector, int32_t argc,
                Atom *argv) noexcept {
-    if (function) {
-        schedule_call(owner, function, time - gettime_forobject(owner), false, selector, argc,
-                      argv);
-    }
+    const double not_before = std::max(gettime_forobject(owner), time);
+    schedule_call({owner, function, selector, argc, argv}, not_before, false);
 }
 
 void schedule(void *owner, Method function, int64_t time, Symbol *selector, int32_t argc,
@@ -270,9 +332,7 @@ void schedule(void *owner, Method function, int64_t time, Symbol *selector, int3
 
 void schedule_fdelay(void *owner, Method function, double delay, Symbol *selector, int32_t argc,
                      Atom *argv) noexcept {
-    if (function) {
-        schedule_call(owner, function, delay, false, selector, argc, argv);
-    }
+    schedule_call({owner, function, selector, argc, argv}, after(owner, delay), false);
 }
 
 void schedule_delay(void *owner, Method function, int64_t delay, Symbol *selector, int32_t argc,
@@ -282,9 +342,7 @@ void schedule_delay(void *owner, Method function, int64_t delay, Symbol *selecto
 
 void schedule_fdefer(void *owner, Method function, double delay, Symbol *selector, int32_t argc,
                      Atom *argv) noexcept {
-    if (function) {
-        schedule_call(owner, function, delay, true, selector, argc, argv);
-    }
+    schedule_call({owner, function, selector, argc, argv}, after(owner, delay), true);
 }
 
 void schedule_defer(void *owner, Method function, int64_t delay, Symbol *selector, int32_t argc,

@@ -139,8 +139,8 @@ void time_advance_to(double time) noexcept;
 void deferred_start() noexcept;
 // While the low-priority queue is disabled, its passes run nothing and ask for another.
 void low_queue_disable(bool on) noexcept;
-// On: every queue element made from the first time on counts how it is used, from zero. Off: posts
-// the counts of those that were set. The receiver "kiv" has a message for it. Main thread.
+// On: counts how queue elements and deferred calls are used, from zero. Off: posts the counts of
+// those that were set. The receiver "kiv" has a message for it. Main thread.
 void queue_statistics(bool on) noexcept;
 // One pass of each main-thread queue. The result says when the next one is wanted: in so many ms,
 // 0 at once, negative when nothing waits.

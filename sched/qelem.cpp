@@ -9,11 +9,13 @@
 // runs. Walk protocol of a pass: the head is unlinked and its owner and function copied before the
 // call; afterwards the element is not touched, since its function may have freed it. Freeing an
 // element waits for its function when that runs on the main thread and the caller is another one;
-// for that `running` holds a frame for each pass under way.
+// for that `running` holds a frame for each pass under way, and an element that the main thread
+// frees is taken out of it.
 #include "sched/qelem.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <thread>
 #include <utility>
 
@@ -26,22 +28,25 @@ namespace {
 
 constexpr double system_pass_interval_ms = 33.333333;
 
-// What a pass is calling now; on the main thread's stack.
+// What a pass is calling now; on the main thread's stack. The main thread alone writes it.
 struct Running {
-    const Qelem *element;  // null between two elements
+    std::atomic<const Qelem *> element;
     Running *outer;
 };
 
 struct State {
+    alignas(64) Queue low;  // in one cache line with what its lock writes
     platform::CriticalSection lock;
-    Queue low;
     Queue idle;
     Queue system;
     platform::Event wake{false};
     std::atomic<bool> wake_pending{false};
     Running *running = nullptr;  // innermost first; under the lock
     std::atomic<bool> low_disabled{false};
+    // Of the main thread alone.
+    int64_t low_passes = 0;
     double last_system_pass = -1e9;
+    // Constant after start-up.
     Class *element_class = nullptr;
     Class *system_class = nullptr;
 };
@@ -51,13 +56,30 @@ State &state() {
 
 thread_local bool in_queue = false;
 
+// Leaves a lock for a scope.
+class Left {
+  public:
+    explicit Left(platform::CriticalSection &lock) noexcept : lock_(lock) { lock_.exit(); }
+    ~Left() { lock_.enter(); }
+    Left(const Left &) = delete;
+    Left &operator=(const Left &) = delete;
+
+  private:
+    platform::CriticalSection &lock_;
+};
+
+void count_add(Queue &queue, int difference) {
+    const uint32_t count = queue.count.load(std::memory_order_relaxed);
+    queue.count.store(count + static_cast<uint32_t>(difference), std::memory_order_relaxed);
+}
+
 void unlink(Qelem *element) {
     Queue &queue = *element->queue;
     (element->previous ? element->previous->next : queue.head) = element->next;
     (element->next ? element->next->previous : queue.tail) = element->previous;
     element->next = element->previous = nullptr;
     element->queue = nullptr;
-    queue.count.fetch_sub(1, std::memory_order_relaxed);
+    count_add(queue, -1);
 }
 
 void link_tail(Queue &queue, Qelem *element) {
@@ -65,7 +87,7 @@ void link_tail(Queue &queue, Qelem *element) {
     (queue.tail ? queue.tail->next : queue.head) = element;
     queue.tail = element;
     element->queue = &queue;
-    queue.count.fetch_add(1, std::memory_order_relaxed);
+    count_add(queue, 1);
 }
 
 void link_head(Queue &queue, Qelem *element) {
@@ -73,23 +95,38 @@ void link_head(Queue &queue, Qelem *element) {
     (queue.head ? queue.head->previous : queue.tail) = element;
     queue.head = element;
     element->queue = &queue;
-    queue.count.fetch_add(1, std::memory_order_relaxed);
+    count_add(queue, 1);
 }
 
+// Called on other threads than the main one.
 bool runs(const Qelem *element) {
     const Guard guard(state().lock);
     const Running *frame = state().running;
-    while (frame && frame->element != element) {
+    while (frame && frame->element.load(std::memory_order_relaxed) != element) {
         frame = frame->outer;
     }
     return frame != nullptr;
 }
 
-void element_free(Qelem *element) {
+// Unsets an element that is about to go, and waits for its function. One whose function frees it,
+// or whatever that calls, is no longer what the pass runs: its memory may become another element.
+void let_go(Qelem *element) {
     queue_remove(element);
-    while (!systhread_ismainthread() && runs(element)) {
+    if (systhread_ismainthread()) {
+        for (Running *frame = state().running; frame; frame = frame->outer) {
+            if (frame->element.load(std::memory_order_relaxed) == element) {
+                frame->element.store(nullptr, std::memory_order_relaxed);
+            }
+        }
+        return;
+    }
+    while (runs(element)) {
         std::this_thread::yield();
     }
+}
+
+void element_free(Qelem *element) {
+    let_go(element);
     statistics_freed(element);
 }
 
@@ -116,6 +153,7 @@ void system_set(Qelem *element) {
 Class *make_class(const char *name, Method constructor) {
     Class *const c = class_new(name, constructor, method(element_free),
                                static_cast<int32_t>(sizeof(Qelem)), nullptr, TypeGimme, 0);
+    c->flags |= ClassPermanent;
     class_obexoffset_set(c, -1);
     class_addmethod(c, method(qelem_owner_set), "setowner", TypeCant, 0);
     return c;
@@ -126,53 +164,48 @@ uint32_t waiting(const Queue &queue, uint32_t most) {
     return std::min(queue.count.load(std::memory_order_relaxed), most);
 }
 
-// Takes the head off a queue; null when it is empty.
-Qelem *take_head(Queue &queue, Running *frame, void **owner, Method *function) {
-    const Guard guard(state().lock);
-    Qelem *const element = queue.head;
-    frame->element = element;
-    if (element) {
-        unlink(element);
-        *owner = element->owner;
-        *function = element->function;
-        statistics_run(element);
-        element->set.exchange(0, std::memory_order_acq_rel);
-    }
-    return element;
-}
-
-void run_elements(Queue &queue, uint32_t count) {
-    if (count == 0) {
-        return;
-    }
-    Running frame{};
-    {
-        const Guard guard(state().lock);
-        frame.outer = std::exchange(state().running, &frame);
-    }
-    void *owner = nullptr;
-    Method function = nullptr;
-    for (; count > 0 && take_head(queue, &frame, &owner, &function); --count) {
-        EventContext context{owner, nullptr, nullptr};
-        event_context_push(&context);
-        guarded("queue element", owner,
-                [&] { reinterpret_cast<void (*)(void *)>(function)(owner); });
-        event_context_pop();
-    }
-    const Guard guard(state().lock);
-    state().running = frame.outer;
-}
-
-// How long the system queue has still to wait, in ms. Offline it need not: time stands still.
-double system_pass_delay() {
-    const double passed = std::fabs(time_now() - state().last_system_pass);
-    return time_is_offline() || passed > system_pass_interval_ms
-               ? 0.0
-               : std::max(system_pass_interval_ms - passed, 0.001);
-}
-
 bool empty(const Queue &queue) {
     return waiting(queue, 1) == 0;
+}
+
+void call(void *owner, Method function) {
+    EventContext context{owner, nullptr, nullptr};
+    event_context_push(&context);
+    guarded("queue element", owner, [&] { reinterpret_cast<void (*)(void *)>(function)(owner); });
+    event_context_pop();
+}
+
+// Runs up to `count` elements from the head of a queue.
+void run_elements(Queue &queue, uint32_t count) {
+    if (count == 0 || empty(queue)) {
+        return;
+    }
+    State &s = state();
+    const Guard guard(s.lock);
+    Running frame{nullptr, s.running};
+    s.running = &frame;
+    for (; count > 0 && queue.head; --count) {
+        Qelem *const element = queue.head;
+        void *const owner = element->owner;
+        const Method function = element->function;
+        unlink(element);
+        frame.element.store(element, std::memory_order_relaxed);
+        if (statistics_on()) {
+            statistics_run(element);
+        }
+        element->set.exchange(0, std::memory_order_acq_rel);
+        const Left left(s.lock);
+        call(owner, function);
+    }
+    s.running = frame.outer;
+}
+
+// How long the system queue has still to wait, in ms: whole ones, so that time moves however great
+// it is.
+double system_pass_delay() {
+    const double passed = std::fabs(time_now() - state().last_system_pass);
+    return passed > system_pass_interval_ms ? 0.0
+                                            : std::floor(system_pass_interval_ms - passed) + 1.0;
 }
 
 }  // namespace
@@ -194,9 +227,25 @@ void qelem_owner_set(Qelem *element, Object *owner) noexcept {
     }
 }
 
+void call_element_begin(Qelem *element, void *owner, Method function) noexcept {
+    std::memset(static_cast<void *>(element), 0, sizeof(Qelem));
+    element->ob.methods = state().element_class->method_list + 1;
+    element->ob.magic = KIV_OBJECT_MAGIC;
+    element->owner = owner;
+    element->function = function;
+    element->statistics.store(&call_statistics, std::memory_order_relaxed);
+}
+
+void call_element_end(Qelem *element) noexcept {
+    let_go(element);
+    element->ob.magic = 0;
+}
+
 void queue_append(Queue &queue, Qelem *element) noexcept {
     if (element->set.exchange(1, std::memory_order_acq_rel)) {
-        statistics_already_set(element);
+        if (statistics_on()) {
+            statistics_already_set(element);
+        }
         return;
     }
     bool was_empty = false;
@@ -207,7 +256,9 @@ void queue_append(Queue &queue, Qelem *element) noexcept {
         }
         was_empty = queue.head == nullptr;
         link_tail(queue, element);
-        statistics_set(element);
+        if (statistics_on()) {
+            statistics_set(element);
+        }
     }
     if (was_empty) {
         main_wake();
@@ -220,11 +271,14 @@ void queue_front(Queue &queue, Qelem *element) noexcept {
         const Guard guard(state().lock);
         was_empty = queue.head == nullptr;
         element->set.store(1, std::memory_order_release);
-        if (element->queue) {
+        const bool waits = element->queue != nullptr;
+        if (waits) {
             unlink(element);
         }
         link_head(queue, element);
-        statistics_set(element);
+        if (statistics_on()) {
+            waits ? statistics_already_set(element) : statistics_set(element);
+        }
     }
     if (was_empty) {
         main_wake();
@@ -242,8 +296,16 @@ void queue_remove(Qelem *element) noexcept {
     element->set.store(0, std::memory_order_release);
 }
 
+platform::CriticalSection &queues_lock() noexcept {
+    return state().lock;
+}
+
 Queue &low_queue() noexcept {
     return state().low;
+}
+
+int64_t low_queue_passes() noexcept {
+    return state().low_passes;
 }
 
 void low_queue_disable(bool on) noexcept {
@@ -254,21 +316,23 @@ void low_queue_disable(bool on) noexcept {
 // The idle queue has its turn before the low-priority one is emptied, or it would hardly ever run.
 double main_queues_pass() noexcept {
     constexpr double disabled_retry_ms = 1.0;
+    State &s = state();
     sched_idledequeue();
-    const bool disabled = state().low_disabled.load();
+    const bool disabled = s.low_disabled.load();
     if (!disabled) {
+        ++s.low_passes;
         const bool outer = std::exchange(in_queue, true);
-        run_elements(state().low, waiting(state().low, queue_throttle()));
+        run_elements(s.low, waiting(s.low, queue_throttle()));
         in_queue = outer;
     }
-    if (!empty(state().system) && system_pass_delay() <= 0.0) {
-        state().last_system_pass = time_now();
-        run_elements(state().system, waiting(state().system, sysqelem_throttle()));
+    if (!empty(s.system) && system_pass_delay() <= 0.0) {
+        s.last_system_pass = time_now();
+        run_elements(s.system, waiting(s.system, sysqelem_throttle()));
     }
-    if (!empty(state().low)) {
+    if (!empty(s.low)) {
         return disabled ? disabled_retry_ms : 0.0;
     }
-    return empty(state().system) ? -1.0 : system_pass_delay();
+    return empty(s.system) ? -1.0 : system_pass_delay();
 }
 
 bool main_queues_empty() noexcept {
@@ -283,7 +347,8 @@ void main_wake() noexcept {
 
 void main_wait(double ms) noexcept {
     state().wake.wait(ms);
-    state().wake_pending.store(false);
+    // An exchange, so that what was set before a request that came too late to be one is seen.
+    state().wake_pending.exchange(false);
 }
 
 }  // namespace kiv
@@ -343,5 +408,7 @@ int32_t sched_isinqueue() noexcept {
 // The number run is counted on the low-priority queue: an idle pass beside an empty one runs
 // nothing.
 void sched_idledequeue() noexcept {
-    run_elements(state().idle, waiting(state().low, queue_throttle()));
+    if (systhread_ismainthread()) {
+        run_elements(state().idle, waiting(state().low, queue_throttle()));
+    }
 }

@@ -18,13 +18,12 @@ struct Queue {
     std::atomic<uint32_t> count{0};  // read without the lock
 };
 
-// How an element was used while statistics were on; changes under the statistics' lock, but
-// for `already_set`.
+// How an element, or all deferred calls, were used while statistics were on; changes under the
+// queues' lock, but for `already_set`.
 struct QelemStatistics {
     int64_t sets;                      // that put it into a queue
     std::atomic<int64_t> already_set;  // that found it waiting
     int64_t runs;
-    double set_at;  // ms on the platform's clock
     double waited_ms;
     double longest_ms;
 };
@@ -38,27 +37,39 @@ struct Qelem {
     Method function;
     std::atomic<int16_t> set;  // a run is asked for
     Object *owner_object;
-    kiv::QelemStatistics *statistics;  // owned; null: never counted
+    std::atomic<kiv::QelemStatistics *> statistics;  // null: not counted
     // Private from here on; changed under the queues' lock.
     Qelem *previous;
     kiv::Queue *queue;                 // in which it is linked, or null
-    Qelem *list_next, *list_previous;  // among all elements, once these are listed
+    double set_at;                     // ms on the platform's clock; 0: was not counted
+    Qelem *list_next, *list_previous;  // among all elements that are objects of their own
 };
 
 namespace kiv {
 
+platform::CriticalSection &queues_lock() noexcept;
 Queue &low_queue() noexcept;
+int64_t low_queue_passes() noexcept;                       // so far; main thread
 void queue_append(Queue &queue, Qelem *element) noexcept;  // no effect when it waits already
 void queue_front(Queue &queue, Qelem *element) noexcept;
 void queue_remove(Qelem *element) noexcept;
 void qelem_owner_set(Qelem *element, Object *owner) noexcept;
 
-// Statistics (qelem_statistics.cpp). Each does nothing when statistics are off.
-bool statistics_on() noexcept;
+// An element inside the record of a deferred call. Ending it unsets it, and waits for its function
+// when that runs on another thread.
+void call_element_begin(Qelem *element, void *owner, Method function) noexcept;
+void call_element_end(Qelem *element) noexcept;
+
+// Statistics (qelem_statistics.cpp). The last three are called while they are on.
+inline std::atomic<bool> statistics_counting{false};
+inline bool statistics_on() noexcept {
+    return statistics_counting.load(std::memory_order_acquire);
+}
+extern QelemStatistics call_statistics;  // of all elements of deferred calls
 void statistics_made(Qelem *element) noexcept;
 void statistics_freed(Qelem *element) noexcept;
-void statistics_set(Qelem *element) noexcept;
-void statistics_run(Qelem *element) noexcept;
+void statistics_set(Qelem *element) noexcept;  // with the queues' lock
+void statistics_run(Qelem *element) noexcept;  // likewise
 void statistics_already_set(Qelem *element) noexcept;
 
 }  // namespace kiv

@@ -29,7 +29,7 @@ KIV_BEGIN
 KIV_EXPORT Class *class_new(const char *name, Method constructor, Method destructor,
                             int32_t instance_size, Method menu_function, ...) KIV_NOEXCEPT;
 /* Frees a class and what it owns, and forgets its names. -1, with an error posted, while it has
-   instances or classes derived from it. */
+   instances or classes derived from it, and for some of the kernel's own, which stay. */
 KIV_EXPORT ErrorCode class_free(Class *c) KIV_NOEXCEPT;
 /* Adds a method: messages with the selector `name` call `function` with the object and then the
    arguments, converted to the types that follow (at most seven). With TypeGimme alone it is called

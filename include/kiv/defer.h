@@ -2,7 +2,8 @@
 
    1. The main thread runs three queues in passes: the low-priority one (at most 100 elements a
       pass), the system one (at most 1,000, some 30 times a second) and the idle one (as many as
-   wait in the low-priority queue). What is set during a pass waits for the next.
+      wait in the low-priority queue). What is set during a pass waits for the next, unless it is
+      put at the head.
    2. Functions get `owner` first; it stays the caller's. Freeing an element, or an owner object of
       calls, waits for a function that runs on another thread.
    3. Any thread may call these, but for the two ends of a ring; null is ignored. Setting an element
@@ -30,17 +31,21 @@ KIV_EXPORT void qelem_set(Qelem *element) KIV_NOEXCEPT;
 KIV_EXPORT void qelem_unset(Qelem *element) KIV_NOEXCEPT;
 /* Puts an element at the head of the queue, also one that waits further back. */
 KIV_EXPORT void qelem_front(Qelem *element) KIV_NOEXCEPT;
-/* The same four on the idle queue. An element waits in one queue at a time. */
+/* The same four on the idle queue. An element waits in one queue at a time: setting one that waits
+   in the other leaves it there, qelem_front and qelem_idlefront move it, and either unset function
+   withdraws it. */
 KIV_EXPORT void qelem_idleset(Qelem *element) KIV_NOEXCEPT;
 KIV_EXPORT void qelem_idleunset(Qelem *element) KIV_NOEXCEPT;
 KIV_EXPORT void qelem_idlefront(Qelem *element) KIV_NOEXCEPT;
 KIV_EXPORT void qelem_idlefree(Qelem *element) KIV_NOEXCEPT;
 
 /* --- deferred calls: function(owner, selector, argc, argv) on the main thread, once, with a copy
-   of the atoms. A call whose owner is no longer a valid object when it comes up is dropped. The
+   of the atoms, however many; a negative count is none. A call whose owner is no longer a valid
+   object when it comes up is dropped, and so are those that wait when the main loop ends. The
    result is the call's record, good until it has run and only to be compared, or null without
-   memory or function. Calls with the selector "idlepriority" do not mark their owner: one made anew
-   at the same address is taken for the old one. */
+   function or memory; an error is posted without memory. Calls with the selector "idlepriority" do
+   not mark their owner: freeing it waits for none of them, and one made anew at the same address is
+   taken for the old one. */
 
 /* On the main thread makes the call at once and returns null; elsewhere does defer_low. */
 KIV_EXPORT void *defer(void *owner, Method function, Symbol *selector, int32_t argc,
@@ -58,7 +63,8 @@ KIV_EXPORT void *defer_front(void *owner, Method function, Symbol *selector, int
 KIV_EXPORT void *defer_sys_low(void *owner, Method function, Symbol *selector, int32_t argc,
                                Atom *argv) KIV_NOEXCEPT;
 
-/* --- scheduled calls: the same call, made on the thread that runs the owner's scheduler */
+/* --- scheduled calls: the same call, made on the thread that runs the owner's scheduler. A time or
+   delay that is not a number counts as none; an infinite one never comes. */
 
 /* At a logical time; in the next pass when it is past. */
 KIV_EXPORT void schedule(void *owner, Method function, int64_t time, Symbol *selector, int32_t argc,
@@ -70,7 +76,7 @@ KIV_EXPORT void schedule_delay(void *owner, Method function, int64_t delay, Symb
                                int32_t argc, Atom *argv) KIV_NOEXCEPT;
 KIV_EXPORT void schedule_fdelay(void *owner, Method function, double delay, Symbol *selector,
                                 int32_t argc, Atom *argv) KIV_NOEXCEPT;
-/* After a delay hand the call to defer. */
+/* After a delay hands the call to defer. */
 KIV_EXPORT void schedule_defer(void *owner, Method function, int64_t delay, Symbol *selector,
                                int32_t argc, Atom *argv) KIV_NOEXCEPT;
 KIV_EXPORT void schedule_fdefer(void *owner, Method function, double delay, Symbol *selector,

@@ -1,6 +1,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -25,6 +26,14 @@ std::string debug_capture_end() {
 
 double processor_ms() {
     return static_cast<double>(std::clock()) * 1e3 / CLOCKS_PER_SEC;
+}
+
+int64_t resident_memory() {
+    std::ifstream pages("/proc/self/statm");
+    int64_t total = 0;
+    int64_t resident = 0;
+    pages >> total >> resident;
+    return resident * sysconf(_SC_PAGESIZE);
 }
 
 HalfReadable::HalfReadable(size_t half) : half_(half) {

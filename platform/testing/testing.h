@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -13,6 +14,9 @@ std::string debug_capture_end();
 
 // The processor time that the process has used, in ms.
 double processor_ms();
+
+// The memory that the process holds, in bytes; 0 where the system does not tell.
+int64_t resident_memory();
 
 // Memory of which the first half can be read and the second cannot.
 class HalfReadable {

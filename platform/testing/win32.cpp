@@ -2,6 +2,8 @@
 
 #include "platform/testing/testing.h"
 #include "platform/win32/win32.h"
+// After windows.h, on which it rests.
+#include <psapi.h>
 
 namespace kiv::test {
 
@@ -51,6 +53,12 @@ double processor_ms() {
 }
 
 // --- Memory --------------------------------------------------------------------------------------
+
+int64_t resident_memory() {
+    PROCESS_MEMORY_COUNTERS counters{};
+    K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
+    return static_cast<int64_t>(counters.WorkingSetSize);
+}
 
 HalfReadable::HalfReadable(size_t half) : half_(half) {
     begin_ = static_cast<char *>(

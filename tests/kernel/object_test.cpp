@@ -223,7 +223,7 @@ TEST(Object, LightweightInstancesHaveTwoHeaderFields) {
 
 std::string order;
 
-TEST(Object, FreeingCancelsClocksAfterTheFreeFunction) {
+TEST(Object, FreeingCancelsClocksBeforeTheFreeFunctionAndAfterIt) {
     KernelHooks &hooks = kernel_hooks();
     const KernelHooks kept = hooks;
     order.clear();
@@ -233,7 +233,7 @@ TEST(Object, FreeingCancelsClocksAfterTheFreeFunction) {
     auto *const x = static_cast<Object *>(object_alloc(c));
     obex_flags_set(x, ObexHasClocks);
     object_free(x);
-    EXPECT_EQ(order, "free clocks ");
+    EXPECT_EQ(order, "clocks free clocks ");
     order.clear();
     object_free(object_alloc(c));  // without clocks nobody is asked
     EXPECT_EQ(order, "free ");

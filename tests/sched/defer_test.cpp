@@ -1,3 +1,4 @@
+// Deferred and scheduled calls, rings and scheduled queues.
 #include <gtest/gtest.h>
 #include <kiv/atom.h>
 #include <kiv/class.h>
@@ -5,13 +6,18 @@
 #include <kiv/object.h>
 #include <kiv/symbol.h>
 
+#include <algorithm>
 #include <atomic>
-#include <memory>
+#include <cmath>
+#include <cstddef>
+#include <functional>
+#include <iterator>
+#include <limits>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
+#include "kernel/internal.h"
 #include "platform/testing/testing.h"
 #include "sched/internal.h"
 #include "support/console.h"
@@ -20,145 +26,48 @@
 namespace kiv {
 namespace {
 
-std::vector<int> ran;
-
-struct Task {
-    int number;
-    Qelem *element = nullptr;
-    bool set_again = false;
-    Qelem *front = nullptr;
-};
-
-void run_task(Task *task) {
-    ran.push_back(task->number);
-    if (task->set_again) {
-        qelem_set(task->element);
-    }
-    if (task->front) {
-        qelem_front(std::exchange(task->front, nullptr));
-    }
-}
-
-struct Tasks {
-    explicit Tasks(int count) {
-        for (int i = 0; i < count; ++i) {
-            tasks.push_back(std::make_unique<Task>());
-            tasks.back()->number = i;
-            tasks.back()->element = qelem_new(tasks.back().get(), method(run_task));
-        }
-        ran.clear();
-        while (!main_queues_empty()) {
-            main_queues_pass();
-        }
-    }
-    ~Tasks() {
-        for (auto &task : tasks) {
-            qelem_free(task->element);
-        }
-    }
-    Qelem *element(int index) { return tasks[static_cast<size_t>(index)]->element; }
-    std::vector<std::unique_ptr<Task>> tasks;
-};
-
-TEST(Qelem, ManySettingsRunOnceAtThePlaceOfTheFirst) {
-    Tasks tasks(3);
-    for (int index : {0, 1, 2, 0, 1, 0}) {
-        qelem_set(tasks.element(index));
-    }
-    qelem_front(tasks.element(2));
-    main_queues_pass();
-    EXPECT_EQ(ran, (std::vector<int>{2, 0, 1}));
-    main_queues_pass();
-    EXPECT_EQ(ran.size(), 3u);
-}
-
-TEST(Qelem, APassIsBoundedAndAsksForTheNext) {
-    Tasks tasks(150);
-    for (auto &task : tasks.tasks) {
-        qelem_set(task->element);
-    }
-    EXPECT_EQ(main_queues_pass(), 0.0);
-    EXPECT_EQ(ran.size(), 100u);
-    EXPECT_LT(main_queues_pass(), 0.0);
-    EXPECT_EQ(ran.size(), 150u);
-}
-
-TEST(Qelem, WhatIsSetDuringAPassWaitsButTheFrontGoesFirst) {
-    Tasks tasks(3);
-    tasks.tasks[0]->set_again = true;
-    tasks.tasks[0]->front = tasks.element(2);
-    qelem_set(tasks.element(0));
-    qelem_set(tasks.element(1));
-    main_queues_pass();
-    EXPECT_EQ(ran, (std::vector<int>{0, 2}));
-    tasks.tasks[0]->set_again = false;
-    main_queues_pass();
-    EXPECT_EQ(ran, (std::vector<int>{0, 2, 1, 0}));
-}
-
-TEST(Qelem, UnsetAndFreedElementsDoNotRun) {
-    Tasks tasks(2);
-    qelem_set(tasks.element(0));
-    qelem_set(tasks.element(1));
-    qelem_unset(tasks.element(0));
-    qelem_free(tasks.element(1));
-    tasks.tasks.pop_back();
-    main_queues_pass();
-    EXPECT_TRUE(ran.empty());
-    EXPECT_TRUE(main_queues_empty());
-}
-
-TEST(Qelem, TheIdleQueueRunsBesideWaitingWork) {
-    Tasks tasks(2);
-    qelem_idleset(tasks.element(0));
-    sched_idledequeue();
-    EXPECT_TRUE(ran.empty());  // nothing waits in the low-priority queue
-    qelem_set(tasks.element(1));
-    sched_idledequeue();
-    EXPECT_EQ(ran, (std::vector<int>{0}));
-    qelem_unset(tasks.element(1));
-}
-
-TEST(Qelem, ADisabledQueueOnlyAsksForAnotherPass) {
-    Tasks tasks(1);
-    qelem_set(tasks.element(0));
-    low_queue_disable(true);
-    EXPECT_GT(main_queues_pass(), 0.0);
-    EXPECT_TRUE(ran.empty());
-    low_queue_disable(false);
-    main_queues_pass();
-    EXPECT_EQ(ran, (std::vector<int>{0}));
-}
-
-TEST(Qelem, StatisticsCountSetsRepetitionsAndRuns) {
-    queue_statistics(true);
-    Tasks tasks(2);
-    for (int i = 0; i < 3; ++i) {
-        qelem_set(tasks.element(0));
-    }
-    main_queues_pass();
-    qelem_set(tasks.element(0));
-    qelem_unset(tasks.element(0));
-    test::take_texts();
-    queue_statistics(false);
-    const std::vector<std::string> texts = test::take_texts();
-    ASSERT_EQ(texts.size(), 1u);
-    EXPECT_EQ(texts[0].find("queue element: 2 sets, 2 while set, 1 runs, waited "), 0u) << texts[0];
-}
-
-// --- deferred and scheduled calls ----------------------------------------------------------------
-
 std::vector<std::string> called;
 
 void note(void *, Symbol *selector, int32_t argc, Atom *argv) {
     called.push_back(selector->name + (argc ? std::to_string(atom_getlong(argv)) : ""));
 }
 
+// Time that stands still moves on to the next pass of the system queue.
 void run_queues() {
-    while (!main_queues_empty()) {
-        main_queues_pass();
+    for (double wanted = 0.0; (wanted = main_queues_pass()) >= 0.0;) {
+        time_advance_to(time_now() + wanted);
     }
 }
+
+// An object that tells when its free function has run.
+struct Owner {
+    Object ob;
+    void *extension;  // not in a table, which would grow
+    std::atomic<bool> *freed;
+};
+
+class OwnerClass {
+  public:
+    OwnerClass() {
+        const Method release = method(+[](Owner *x) {
+            if (x->freed) {
+                x->freed->store(true);
+            }
+        });
+        class_ =
+            class_new("owner", nullptr, release, static_cast<int32_t>(sizeof(Owner)), nullptr, 0);
+        class_obexoffset_set(class_, offsetof(Owner, extension));
+    }
+    ~OwnerClass() { class_free(class_); }
+    Owner *make(std::atomic<bool> *freed = nullptr) const {
+        auto *const x = static_cast<Owner *>(object_alloc(class_));
+        x->freed = freed;
+        return x;
+    }
+
+  private:
+    Class *class_;
+};
 
 TEST(Defer, RunsAtOnceOnTheMainThreadOrLaterInOrder) {
     Atom five;
@@ -166,58 +75,167 @@ TEST(Defer, RunsAtOnceOnTheMainThreadOrLaterInOrder) {
     called.clear();
     EXPECT_EQ(defer(nullptr, method(note), "now"_sym, 1, &five), nullptr);
     EXPECT_EQ(called, (std::vector<std::string>{"now5"}));
-    defer_low(nullptr, method(note), "low"_sym, 1, &five);
-    defer_front(nullptr, method(note), "front"_sym, 0, nullptr);
-    defer_sys_low(nullptr, method(note), "system"_sym, 0, nullptr);
+    EXPECT_NE(defer_low(nullptr, method(note), "low"_sym, 1, &five), nullptr);
+    EXPECT_NE(defer_front(nullptr, method(note), "front"_sym, 0, nullptr), nullptr);
+    EXPECT_NE(defer_sys_low(nullptr, method(note), "system"_sym, 1, &five), nullptr);
     atom_setlong(&five, 6);  // the calls have copies
     EXPECT_EQ(called.size(), 1u);
-    const test::OfflineTime offline;  // the system queue's pause between passes does not apply
     run_queues();
-    EXPECT_EQ(called, (std::vector<std::string>{"now5", "front", "low5", "system"}));
+    EXPECT_EQ(called, (std::vector<std::string>{"now5", "front", "low5", "system5"}));
 }
 
 TEST(Defer, CallsForAFreedOwnerAreDropped) {
-    Class *const c = class_new("deferring", nullptr, nullptr, sizeof(Object), nullptr, 0);
-    class_register("nobox"_sym, c);
-    called.clear();
-    void *const owner = object_alloc(c);
-    defer_low(owner, method(note), "dropped"_sym, 0, nullptr);
-    schedule_delay(owner, method(note), -5, "dropped"_sym, 0, nullptr);
-    object_free(owner);
-    void *const another = object_alloc(c);  // often at the same address
-    schedule_delay(another, method(note), -5, "kept"_sym, 0, nullptr);
     run_queues();
-    scheduler_poll();
+    called.clear();
+    const test::OfflineTime offline;
+    const OwnerClass owners;
+    const auto freed_with_calls = [&owners](Symbol *selector) {
+        const bool marks = selector != "idlepriority"_sym;
+        Owner *const x = owners.make();
+        defer_low(x, method(note), selector, 0, nullptr);
+        defer_front(x, method(note), selector, 0, nullptr);
+        defer_sys_low(x, method(note), selector, 0, nullptr);
+        schedule_delay(x, method(note), -5, selector, 0, nullptr);
+        schedule_delay(x, method(note), 1000, selector, 0, nullptr);
+        EXPECT_EQ(obex_flags(&x->ob), marks ? 32u : 0u);
+        object_free(x);
+        // What marked the owner goes with it; what did not, when it comes up.
+        double time = 0.0;
+        EXPECT_EQ(next_clock_time(&time), !marks);
+        EXPECT_EQ(main_queues_empty(), marks);
+        time_advance_to(time_now() + 1000.0);
+        scheduler_poll();
+        run_queues();
+    };
+    constexpr int rounds = 100;
+    const int64_t before = memory_live_blocks();
+    for (int i = 0; i < rounds; ++i) {
+        freed_with_calls("dropped"_sym);
+        freed_with_calls("idlepriority"_sym);
+    }
+    EXPECT_LT(memory_live_blocks(), before + rounds);  // tables may have grown
+    EXPECT_TRUE(called.empty());
+    // Made anew, often at the same address.
+    Owner *const x = owners.make();
+    defer_low(x, method(note), "kept"_sym, 0, nullptr);
+    run_queues();
     EXPECT_EQ(called, (std::vector<std::string>{"kept"}));
-    object_free(another);
-    class_free(c);
+    object_free(x);
 }
 
-TEST(Defer, LongListsArriveWholeAndThrowingFunctionsAreReported) {
-    static int32_t arrived = 0;
+// Nor has the owner's free function begun before the function has ended.
+TEST(Defer, FreeingTheOwnerOnAnotherThreadWaitsForItsCall) {
+    static std::atomic<bool> freed, began, freed_meanwhile;
+    freed = began = freed_meanwhile = false;
+    const OwnerClass owners;
+    Owner *const owner = owners.make(&freed);
+    defer_low(owner, method(+[](void *, Symbol *, int32_t, Atom *) {
+                  began.store(true);
+                  systhread_sleep(30);
+                  freed_meanwhile.store(freed.load());
+              }),
+              nullptr, 0, nullptr);
+    defer_low(owner, method(note), "dropped"_sym, 0, nullptr);
+    called.clear();
+    std::thread other([owner] {
+        while (!began.load()) {
+            std::this_thread::yield();
+        }
+        object_free(owner);
+    });
+    run_queues();
+    other.join();
+    EXPECT_FALSE(freed_meanwhile.load());
+    EXPECT_TRUE(freed.load());
+    EXPECT_TRUE(called.empty());
+}
+
+TEST(Defer, ACallMayFreeItsOwnerAndIsMadeInItsName) {
+    static void *named;
+    std::atomic<bool> freed{false};
+    const OwnerClass owners;
+    const auto free_owner = [](Owner *x, Symbol *, int32_t, Atom *) {
+        named = event_context()->owner;
+        object_free(x);
+    };
+    called.clear();
+    Owner *const owner = owners.make(&freed);
+    EventContext *const before = event_context();
+    defer_low(owner, method(+free_owner), nullptr, 0, nullptr);
+    defer_low(owner, method(note), "dropped"_sym, 0, nullptr);
+    run_queues();
+    EXPECT_TRUE(freed.load());
+    EXPECT_EQ(named, owner);
+    EXPECT_EQ(event_context(), before);
+    Owner *const scheduled = owners.make();
+    schedule_delay(scheduled, method(+free_owner), 0, nullptr, 0, nullptr);
+    scheduler_poll();
+    EXPECT_EQ(named, scheduled);
+    EXPECT_TRUE(called.empty());
+}
+
+TEST(Defer, ListsArriveWholeWhateverTheirCountAndThrowingFunctionsAreReported) {
+    static std::vector<int32_t> arrived;
+    arrived.clear();
+    const Method count = method(+[](void *, Symbol *, int32_t argc, Atom *argv) {
+        arrived.push_back(argv ? argc : -argc);
+    });
     std::vector<Atom> atoms(40000);
-    defer_low(nullptr, method(+[](void *, Symbol *, int32_t argc, Atom *) { arrived = argc; }),
-              ""_sym, 40000, atoms.data());
+    defer_low(nullptr, count, nullptr, 40000, atoms.data());
+    defer_low(nullptr, count, nullptr, -3, atoms.data());
+    defer_low(nullptr, count, nullptr, 3, nullptr);
     defer_low(nullptr, method(+[](void *, Symbol *, int32_t, Atom *) { throw 1; }), ""_sym, 0,
               nullptr);
     run_queues();
-    EXPECT_EQ(arrived, 40000);
+    EXPECT_EQ(arrived, (std::vector<int32_t>{40000, 0, 0}));
     EXPECT_EQ(test::take_texts(),
               (std::vector<std::string>{"deferred call: the function threw an exception"}));
 }
 
-TEST(Defer, ACallThatCannotCopyItsAtomsSaysSo) {
-    Atom atom;
-    atom_setlong(&atom, 1);
-    defer_low(nullptr, method(note), ""_sym, 1, &atom);  // what is made once is there from now on
-    run_queues();
-    test::debug_capture_start();
-    memory_fail_at(2);  // the record is the first allocation
-    EXPECT_EQ(defer_low(nullptr, method(note), ""_sym, 1, &atom), nullptr);
-    memory_fail_at(0);
-    test::debug_capture_end();
-    EXPECT_EQ(test::take_texts(),
-              (std::vector<std::string>{"sysmem_newptr: unable to allocate block of size 16!"}));
+// Each allocation that a call makes fails once: the call is then refused, which is posted.
+TEST(Defer, ACallThatFindsNoMemorySaysSo) {
+    static int runs;
+    const OwnerClass owners;
+    const Method counting = method(+[](void *, Symbol *, int32_t, Atom *) { ++runs; });
+    Atom atoms[2];
+    atom_setlong_array(2, atoms, 2, std::vector<int64_t>{1, 2}.data());
+    const test::OfflineTime offline;
+    const std::function<void(Owner *)> calls[] = {
+        [&](Owner *x) { defer_low(x, counting, nullptr, 2, atoms); },
+        [&](Owner *x) { defer_sys_low(x, counting, nullptr, 2, atoms); },
+        [&](Owner *x) { schedule_delay(x, counting, 0, nullptr, 2, atoms); },
+    };
+    const auto run = [&] {
+        time_advance_to(time_now() + 100.0);
+        scheduler_poll();
+        run_queues();
+    };
+    for (const auto &call : calls) {
+        int refused = 0;
+        for (int64_t n = 0;; ++n) {  // 0: nothing fails, and what is made once is made
+            Owner *const x = owners.make();
+            test::take_texts();
+            const int64_t before = memory_live_blocks();
+            runs = 0;
+            test::debug_capture_start();
+            memory_fail_at(n);
+            call(x);
+            memory_fail_at(0);
+            const bool failed = !test::debug_capture_end().empty();
+            run();
+            const std::vector<std::string> texts = test::take_texts();
+            EXPECT_EQ(runs + static_cast<int>(texts.size()), 1) << n;
+            refused += texts.empty() ? 0 : 1;
+            object_free(x);
+            if (n > 0) {
+                EXPECT_LT(memory_live_blocks(), before) << n;  // x is gone too
+            }
+            if (n > 0 && !failed) {
+                break;
+            }
+        }
+        EXPECT_GE(refused, 2);
+    }
 }
 
 TEST(Defer, ScheduledCallsRunInThePassOrAreHandedToTheMainThread) {
@@ -233,34 +251,98 @@ TEST(Defer, ScheduledCallsRunInThePassOrAreHandedToTheMainThread) {
     EXPECT_EQ(called, (std::vector<std::string>{"at", "later", "deferred"}));
 }
 
+// At its time exactly; at once when that is past or no time at all, behind what was set before.
+TEST(Defer, ScheduledCallsKeepToTheirTimes) {
+    static std::vector<double> times;
+    times.clear();
+    const Method noting = method(+[](void *, Symbol *, int32_t, Atom *) {
+        double now = 0.0;
+        clock_getftime(&now);
+        times.push_back(now);
+    });
+    constexpr double infinite = std::numeric_limits<double>::infinity();
+    const test::OfflineTime offline;
+    time_advance_to(100.1);
+    scheduler_poll();
+    const OwnerClass owners;
+    Owner *const x = owners.make();
+    for (double time : {infinite, 100.7, std::nan(""), 50.0, -infinite}) {
+        schedulef(x, noting, time, nullptr, 0, nullptr);
+    }
+    for (double delay : {infinite, std::nan(""), -5.0, -infinite}) {
+        schedule_fdelay(x, noting, delay, nullptr, 0, nullptr);
+    }
+    schedule(x, noting, std::numeric_limits<int64_t>::min(), nullptr, 0, nullptr);
+    scheduler_poll();
+    EXPECT_EQ(times, std::vector<double>(7, 100.1));
+    double next = 0.0;
+    EXPECT_TRUE(next_clock_time(&next));
+    EXPECT_EQ(next, 100.7);
+    time_advance_to(1e15);
+    scheduler_poll();
+    EXPECT_EQ(times.size(), 8u);
+    EXPECT_FALSE(next_clock_time(&next));  // the others never come up
+    object_free(x);
+}
+
+TEST(Defer, WhatFiresOnTheTimerThreadIsHandedToTheMainThread) {
+    static std::atomic<int> elsewhere, on_main;
+    elsewhere = on_main = 0;
+    const Method noting = method(+[](void *, Symbol *, int32_t, Atom *) {
+        (systhread_ismainthread() ? on_main : elsewhere).fetch_add(1);
+        main_wake();
+    });
+    overdrive_set(true);
+    system_timer_start();
+    const OwnerClass owners;
+    Owner *const owner = owners.make();
+    schedule_delay(owner, noting, 1, nullptr, 0, nullptr);
+    schedule_defer(owner, noting, 1, nullptr, 0, nullptr);
+    while (elsewhere.load() + on_main.load() < 2) {
+        main_queues_pass();
+        main_wait(-1.0);
+    }
+    system_timer_stop();
+    overdrive_set(false);
+    EXPECT_EQ(elsewhere.load(), 1);
+    EXPECT_EQ(on_main.load(), 1);
+    object_free(owner);
+}
+
 TEST(Defer, FromManyThreadsEveryCallRunsOnceOnTheMainThread) {
-    static std::atomic<int> count;
-    static std::atomic<int> elsewhere;
-    count = elsewhere = 0;
-    const Method counting = method(+[](void *, Symbol *, int32_t, Atom *) {
+    static std::atomic<int> count, elsewhere, out_of_order;
+    static int64_t last[4];
+    count = elsewhere = out_of_order = 0;
+    std::fill(std::begin(last), std::end(last), 0);
+    const Method counting = method(+[](void *, Symbol *, int32_t, Atom *argv) {
         count.fetch_add(1);
         elsewhere.fetch_add(systhread_ismainthread() ? 0 : 1);
+        int64_t &before = last[atom_getlong(argv)];
+        out_of_order.fetch_add(atom_getlong(argv + 1) == before + 1 ? 0 : 1);
+        before = atom_getlong(argv + 1);
     });
-    static Method shared;
-    shared = counting;
-    ThreadId threads[4];
-    for (ThreadId &thread : threads) {
-        systhread_create(method(+[](void *) {
-                             for (int i = 0; i < 500; ++i) {
-                                 defer(nullptr, shared, "n"_sym, 0, nullptr);
-                             }
-                         }),
-                         nullptr, 0, 0, 0, &thread);
+    std::vector<std::thread> threads;
+    for (int64_t t = 0; t < 4; ++t) {
+        threads.emplace_back([t, counting] {
+            for (int64_t i = 1; i <= 500; ++i) {
+                Atom atoms[2];
+                atom_setlong(atoms, t);
+                atom_setlong(atoms + 1, i);
+                defer(nullptr, counting, "n"_sym, 2, atoms);
+            }
+        });
     }
     while (count.load() < 2000) {
-        main_wait(10.0);
-        run_queues();
+        if (main_queues_pass() < 0.0 && count.load() < 2000) {
+            main_wait(-1.0);
+        }
     }
-    for (const ThreadId thread : threads) {
-        systhread_join(thread, nullptr);
+    for (std::thread &thread : threads) {
+        thread.join();
     }
     EXPECT_EQ(count.load(), 2000);
     EXPECT_EQ(elsewhere.load(), 0);
+    EXPECT_EQ(out_of_order.load(), 0);
 }
 
 // --- rings ---------------------------------------------------------------------------------------
