@@ -346,6 +346,7 @@ TEST(Outlet, ConnectionsChangeWhileOtherThreadsSend) {
         void *owner = object_alloc(c);
         Outlet *out = outlet_new(owner, "int");
         outlet_add(out, steady);
+        outlet_int(out, 1);
         std::atomic<bool> stop{false};
         const auto sender = [&] {
             while (!stop) {
