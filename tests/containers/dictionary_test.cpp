@@ -413,6 +413,7 @@ struct WithSize {
 
 TEST(Dictionary, CarriesAttributes) {
     Class *c = class_new("dictionary_test_sized", nullptr, nullptr, sizeof(WithSize), nullptr, 0);
+    const std::unique_ptr<Class, FreeClass> owned(c);
     class_addattr(
         c, attr_offset_new("size", "long"_sym, 0, nullptr, nullptr, offsetof(WithSize, size)));
     class_addattr_parse(c, "size", "default"_sym, "long", "42");
@@ -568,6 +569,7 @@ TEST(Dictobj, SendsWhatCordsCanCarry) {
     static std::string received;
     static Dictionary *found;
     Class *c = class_new("dictionary_test_cords", nullptr, nullptr, sizeof(Object), nullptr, 0);
+    const std::unique_ptr<Class, FreeClass> owned(c);
     const auto note = +[](Object *, Symbol *selector, int32_t argc, Atom *argv) {
         received = selector->name + std::string(" ") + text_of_atoms(argc, argv);
         found = argc == 1 ? dictobj_findregistered_retain(atom_getsym(argv)) : nullptr;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <kiv/atom.h>
+#include <kiv/class.h>
 #include <kiv/dictionary.h>
 #include <kiv/object.h>
 #include <kiv/symbol.h>
@@ -19,6 +20,9 @@ namespace kiv::test {
 
 struct FreeObject {
     void operator()(void *x) const { object_free(x); }
+};
+struct FreeClass {
+    void operator()(Class *c) const { class_free(c); }
 };
 using OwnedDictionary = std::unique_ptr<Dictionary, FreeObject>;
 using OwnedArray = std::unique_ptr<Atomarray, FreeObject>;

@@ -80,6 +80,11 @@ Object *make(const char *class_name, bool with_methods) {
     class_register(gensym("nobox"), c);
     return static_cast<Object *>(object_alloc(c));
 }
+void unmake(Object *x) {
+    Class *const c = object_class(x);
+    object_free(x);
+    class_free(c);
+}
 
 TEST(Atom, TextQuotesAndEscapesSoThatItReadsBack) {
     const Atom comma = mark(TypeComma);
@@ -129,8 +134,8 @@ TEST(Atom, TextOfObjects) {
               "a value atomtest_mute <nogood_object>");
     alignas(8) const char no_object[64] = "no object at all";
     EXPECT_EQ(text_of({object(const_cast<char *>(no_object))}, 0), "<nogood_object>");
-    object_free(speaking);
-    object_free(mute);
+    unmake(speaking);
+    unmake(mute);
 }
 
 TEST(Atom, TextNeverPassesTheCallersBuffer) {
@@ -337,7 +342,7 @@ TEST(Atom, FormatPacksAndUnpacks) {
               (std::vector<std::string>{"atom_setformat: warning! 'L' is ambiguous!",
                                         "atom_getformat: warning! 'L' is ambiguous!"}));
     object_free(buf);
-    object_free(giver);
+    unmake(giver);
 }
 
 TEST(Atom, ParsingFillsTheCallersArrayOrMakesOne) {
@@ -401,7 +406,7 @@ TEST(Atom, PlainTexts) {
     ASSERT_EQ(texts.size(), 2u);
     EXPECT_EQ(texts[0], "%s");
     EXPECT_EQ(texts[1].size(), 2047u);
-    object_free(mute);
+    unmake(mute);
 }
 
 }  // namespace
