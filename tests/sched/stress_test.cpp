@@ -184,7 +184,7 @@ void anything(Subject *x, std::mt19937 &random) {
             break;
         case 6:
             shared_requested.fetch_add(1);
-            random() % 2 ? qelem_set(shared) : qelem_front(shared);
+            qelem_set(shared);
             break;
         case 7:
             toss(tossed, random);
