@@ -47,6 +47,7 @@ struct Thread {
     bool terminated;           // before it ran
     bool detached;
     bool in_table;
+    Thread *joins;  // the one it waits for
     uint32_t exit_code;
     int32_t priority;
     pthread_t handle;
@@ -173,6 +174,9 @@ void thread_ended(Thread *thread) {
     const Lock lock;
     thread->running.store(0);
     thread->running.notify_all();
+    if (thread->joins) {  // it was terminated meanwhile
+        release(thread->joins);
+    }
     if (thread->started && !thread->detached) {
         keep_ended(thread);
     } else {
@@ -237,14 +241,16 @@ void *run_thread(void *argument) {
     auto *thread = static_cast<Thread *>(argument);
     const InEntry in_entry(thread);
     if (sigsetjmp(thread->end, 1) == 0) {
+        bool terminated = false;
         {
             const Lock lock;
             enter_record(thread);
             apply_priority(thread);
+            terminated = thread->terminated;
         }
-        if (!thread->terminated) {
-            thread->exit_code = thread->entry(thread->argument);
-        }
+        // It ends when it first uses this folder: its entry has taken over the argument by then.
+        ending.wanted = terminated;
+        thread->exit_code = thread->entry(thread->argument);
     }
     return nullptr;
 }
@@ -333,9 +339,15 @@ bool thread_join(uint32_t id, uint32_t *exit_code) noexcept {
             return false;
         }
         ++thread->references;
+        if (self_record) {
+            self_record->joins = thread;
+        }
     }
     thread->running.wait(1);
     const Lock lock;
+    if (self_record) {
+        self_record->joins = nullptr;
+    }
     if (exit_code) {
         *exit_code = thread->exit_code;
     }
