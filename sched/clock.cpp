@@ -54,6 +54,7 @@ void clock_free(Clock *clock) {
     while (clock_withdraw(clock)) {
         std::this_thread::yield();
     }
+    clock_forget(clock);
     if (clock->owned.owner) {
         const Guard guard(state().lock);
         state().by_owner.remove(clock);

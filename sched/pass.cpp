@@ -154,6 +154,17 @@ bool clock_withdraw(Clock *clock) noexcept {
     return fires_elsewhere(own, clock) || fires_elsewhere(global, clock);
 }
 
+void clock_forget(const Clock *clock) noexcept {
+    for (Scheduler *scheduler : {scheduler_global(), clock->scheduler}) {
+        if (scheduler) {
+            const Guard guard(scheduler->queue_lock);
+            for (Firing *frame = scheduler->firing; frame; frame = frame->outer) {
+                frame->clock = frame->clock == clock ? nullptr : frame->clock;
+            }
+        }
+    }
+}
+
 void scheduler_drop_queue(Scheduler *scheduler) noexcept {
     const Guard guard(scheduler->queue_lock);
     clocks_settle(scheduler);

@@ -141,6 +141,9 @@ void clocks_cancel(Object *owner) noexcept;
 void scheduler_pass(double now) noexcept;
 // Unsets a clock; true when another thread runs its function just now, which may set it again.
 bool clock_withdraw(Clock *clock) noexcept;
+// A clock that its own function has freed is no longer what the run fires: its memory may become
+// another clock.
+void clock_forget(const Clock *clock) noexcept;
 // What time it is for the calling thread: on an audio thread the audio time, inside a pass the
 // logical time, else the outside estimate (through its cache, unless told otherwise).
 double scheduler_time(Scheduler *scheduler, bool cached) noexcept;

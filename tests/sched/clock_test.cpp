@@ -247,6 +247,24 @@ TEST_F(ClockTest, AnOwnerIsFreedAfterItsFunctionThoughItsClockIsBeingFreed) {
     class_free(c);
 }
 
+// The new clock stands where the freed one stood, and nobody fires it.
+TEST_F(ClockTest, AClockMadeByTheFunctionOfAFreedOneIsFreedElsewhere) {
+    struct Self {
+        Scheduler *scheduler;
+        Clock *clock;
+    };
+    Self self{scheduler, nullptr};
+    self.clock = clock_new_withscheduler(&self, method(+[](Self *x) {
+        object_free(x->clock);
+        Clock *const made = clock_new_withscheduler(x, method(+[](Self *) {}), x->scheduler);
+        std::thread([made] { object_free(made); }).join();
+    }),
+                                         scheduler);
+    clock_fset(self.clock, 1.0);
+    scheduler_run(scheduler, 1.0);
+    EXPECT_EQ(scheduler->queue, nullptr);
+}
+
 // Settings, moves, unsettings and runs in any order, against a multimap that keeps equal keys in
 // order, while the queue grows and shrinks by turns. None of them asks for memory.
 TEST_F(ClockTest, AgreesWithAModel) {
