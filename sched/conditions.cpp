@@ -3,9 +3,9 @@
 // A waiter counts itself before it lets go of the mutex, so a signal given under the mutex is never
 // lost to it. The events are flags, not counts: two signals in a row may wake one thread, a wake
 // may come without a cause, and callers wait in a loop over what they wait for. Who waits again
-// before a broadcast has woken the last of the others is not counted, or it might never end.
+// before a broadcast has woken the last of the others is not counted, or it might never end: that
+// one's wait ends with the broadcast, or soon if the last of the others was terminated.
 #include <new>
-#include <thread>
 
 #include "sched/condition.h"
 
@@ -14,6 +14,7 @@ namespace kiv {
 namespace {
 
 constexpr uint32_t failed = 0xffffffff;
+constexpr double longest_broadcast_ms = 1.0;  // that others wait for
 
 // Sets an event of a condition that somebody waits for.
 uint32_t wake(ConditionRef condition, platform::Event Condition::*event) noexcept {
@@ -22,8 +23,11 @@ uint32_t wake(ConditionRef condition, platform::Event Condition::*event) noexcep
     }
     const Guard guard(condition->lock);
     if (condition->waiting != 0) {
+        if (event == &Condition::all) {
+            condition->broadcast = true;
+            condition->over.reset();
+        }
         (condition->*event).set();
-        condition->broadcast |= event == &Condition::all;
     }
     return 0;
 }
@@ -33,6 +37,7 @@ void leave(ConditionRef condition) noexcept {
     const Guard guard(condition->lock);
     if (--condition->waiting == 0 && condition->broadcast) {
         condition->all.reset();
+        condition->over.set();
         condition->broadcast = false;
     }
 }
@@ -73,7 +78,7 @@ uint32_t systhread_cond_wait(ConditionRef condition, MutexRef mutex) noexcept {
         platform::Event::wait_either(condition->one, condition->all, platform::wait_forever);
         leave(condition);
     } else {
-        std::this_thread::yield();
+        condition->over.wait(longest_broadcast_ms);
     }
     systhread_mutex_lock(mutex);
     return 0;

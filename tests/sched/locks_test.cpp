@@ -204,7 +204,7 @@ TEST(Conditions, ABroadcastEndsAlthoughItsWaitersComeBack) {
         now = gate.wakes;
         systhread_mutex_unlock(gate.mutex);
     }
-    EXPECT_LT(gate.wakes, 500 * count);  // a few thousand; as many a millisecond if it does not end
+    EXPECT_LT(gate.wakes, 500 * count);  // some hundreds; thousands a millisecond without end
     systhread_mutex_lock(gate.mutex);
     gate.tickets = count;
     systhread_cond_broadcast(gate.condition);
