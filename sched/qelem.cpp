@@ -1,16 +1,17 @@
 // Queue elements and the main thread's three queues.
 //
-// Invariant: a linked element has its set flag; an element with the flag that is not linked is
-// about to be linked by the thread that raised the flag, or has just been unlinked. Raising it is
-// one atomic exchange, so setting an element that is set already takes no lock, and the run that
-// follows sees what the setter wrote.
+// Invariant: whoever raises an element's set flag hands it over, to `arrived` or to a list; under
+// the lock, an element without the flag is in neither, and one with it is in one of them or about
+// to be. Raising the flag is one atomic exchange, so setting an element that is set already costs
+// no more, and the run that follows sees what the setter wrote.
 //
-// Thread safety: all queues change under one lock, which is never held while an element's function
-// runs. Walk protocol of a pass: the head is unlinked and its owner and function copied before the
-// call; afterwards the element is not touched, since its function may have freed it. Freeing an
-// element waits for its function when that runs on the main thread and the caller is another one;
-// for that `running` holds a frame for each pass under way, and an element that the main thread
-// frees is taken out of it.
+// Thread safety: setting takes no lock. The lists change under one lock, which is never held while
+// an element's function runs; who looks at a list gathers first what has arrived. Walk protocol of
+// a pass: the head is unlinked and its owner and function copied before the call; afterwards the
+// element is not touched, since its function may have freed it. Freeing an element waits for its
+// function when that runs on the main thread and the caller is another one; for that `running`
+// holds a frame for each pass under way, and an element that the main thread frees is taken out of
+// it.
 #include "sched/qelem.h"
 
 #include <algorithm>
@@ -159,13 +160,41 @@ Class *make_class(const char *name, Method constructor) {
     return c;
 }
 
-// Elements now waiting, but no more than `most`.
-uint32_t waiting(const Queue &queue, uint32_t most) {
-    return std::min(queue.count.load(std::memory_order_relaxed), most);
+// Puts what has arrived at the end of the list; false when nothing has. Under the lock.
+bool gather(Queue &queue) {
+    Qelem *newest = queue.arrived.exchange(nullptr, std::memory_order_acq_rel);
+    Qelem *oldest = nullptr;
+    while (newest) {
+        Qelem *const older = newest->next;
+        newest->next = oldest;
+        oldest = std::exchange(newest, older);
+    }
+    const bool any = oldest != nullptr;
+    while (oldest) {
+        link_tail(queue, std::exchange(oldest, oldest->next));
+    }
+    return any;
+}
+
+// Has an element with the flag in its list, which the thread that raised the flag may only be
+// about to hand over; false when the flag has fallen meanwhile. Under the lock, but for pauses.
+bool await_link(const Qelem *element) {
+    State &s = state();
+    while (element->set.load(std::memory_order_acquire) != 0) {
+        if (element->queue) {
+            return true;
+        }
+        if (!gather(s.low) && !gather(s.idle) && !gather(s.system)) {
+            const Left left(s.lock);
+            std::this_thread::yield();
+        }
+    }
+    return false;
 }
 
 bool empty(const Queue &queue) {
-    return waiting(queue, 1) == 0;
+    return queue.count.load(std::memory_order_relaxed) == 0 &&
+           !queue.arrived.load(std::memory_order_acquire);
 }
 
 void call(void *owner, Method function) {
@@ -175,16 +204,19 @@ void call(void *owner, Method function) {
     event_context_pop();
 }
 
-// Runs up to `count` elements from the head of a queue.
-void run_elements(Queue &queue, uint32_t count) {
-    if (count == 0 || empty(queue)) {
+// Runs as many elements from the head of a queue as now wait in `counted`, but no more than `most`.
+void run_elements(Queue &queue, Queue &counted, uint32_t most) {
+    if (empty(queue) || empty(counted)) {
         return;
     }
     State &s = state();
     const Guard guard(s.lock);
+    gather(queue);
+    gather(counted);
+    uint32_t count = std::min(counted.count.load(std::memory_order_relaxed), most);
     Running frame{nullptr, s.running};
     s.running = &frame;
-    for (; count > 0 && queue.head; --count) {
+    for (; count > 0 && (queue.head || gather(queue)); --count) {
         Qelem *const element = queue.head;
         void *const owner = element->owner;
         const Method function = element->function;
@@ -248,19 +280,16 @@ void queue_append(Queue &queue, Qelem *element) noexcept {
         }
         return;
     }
-    bool was_empty = false;
-    {
+    if (statistics_on()) {
         const Guard guard(state().lock);
-        if (element->queue || !element->set.load(std::memory_order_relaxed)) {
-            return;  // another thread linked it, or withdrew the request
-        }
-        was_empty = queue.head == nullptr;
-        link_tail(queue, element);
-        if (statistics_on()) {
-            statistics_set(element);
-        }
+        statistics_set(element);
     }
-    if (was_empty) {
+    Qelem *newest = queue.arrived.load(std::memory_order_relaxed);
+    do {
+        element->next = newest;
+    } while (!queue.arrived.compare_exchange_weak(newest, element, std::memory_order_acq_rel,
+                                                  std::memory_order_relaxed));
+    if (!newest) {
         main_wake();
     }
 }
@@ -269,9 +298,11 @@ void queue_front(Queue &queue, Qelem *element) noexcept {
     bool was_empty = false;
     {
         const Guard guard(state().lock);
-        was_empty = queue.head == nullptr;
-        element->set.store(1, std::memory_order_release);
-        const bool waits = element->queue != nullptr;
+        was_empty = empty(queue);
+        bool waits = false;
+        do {
+            waits = element->set.exchange(1, std::memory_order_acq_rel) != 0;
+        } while (waits && !await_link(element));
         if (waits) {
             unlink(element);
         }
@@ -290,10 +321,10 @@ void queue_remove(Qelem *element) noexcept {
         return;  // nor is it linked
     }
     const Guard guard(state().lock);
-    if (element->queue) {
+    if (await_link(element)) {
         unlink(element);
+        element->set.store(0, std::memory_order_release);
     }
-    element->set.store(0, std::memory_order_release);
 }
 
 platform::CriticalSection &queues_lock() noexcept {
@@ -322,12 +353,12 @@ double main_queues_pass() noexcept {
     if (!disabled) {
         ++s.low_passes;
         const bool outer = std::exchange(in_queue, true);
-        run_elements(s.low, waiting(s.low, queue_throttle()));
+        run_elements(s.low, s.low, queue_throttle());
         in_queue = outer;
     }
     if (!empty(s.system) && system_pass_delay() <= 0.0) {
         s.last_system_pass = time_now();
-        run_elements(s.system, waiting(s.system, sysqelem_throttle()));
+        run_elements(s.system, s.system, sysqelem_throttle());
     }
     if (!empty(s.low)) {
         return disabled ? disabled_retry_ms : 0.0;
@@ -409,6 +440,6 @@ int32_t sched_isinqueue() noexcept {
 // nothing.
 void sched_idledequeue() noexcept {
     if (systhread_ismainthread()) {
-        run_elements(state().idle, waiting(state().low, queue_throttle()));
+        run_elements(state().idle, state().low, queue_throttle());
     }
 }

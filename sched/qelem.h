@@ -11,11 +11,13 @@
 
 namespace kiv {
 
-// A doubly linked list of waiting elements; changes under the one lock of all queues.
+// A doubly linked list of waiting elements, which changes under the one lock of all queues, and
+// the elements that were set since somebody last looked at it, newest first.
 struct Queue {
     Qelem *head = nullptr;
     Qelem *tail = nullptr;
-    std::atomic<uint32_t> count{0};  // read without the lock
+    std::atomic<uint32_t> count{0};  // in the list; read without the lock
+    alignas(64) std::atomic<Qelem *> arrived{nullptr};
 };
 
 // How an element, or all deferred calls, were used while statistics were on; changes under the
