@@ -360,6 +360,7 @@ class Evaluation {
 bool has_room() noexcept {
     if (stack_is_low()) {
         error("message text: evaluations are nested too deeply");
+        overflow_unwind();
         return false;
     }
     return true;

@@ -162,6 +162,9 @@ void list_deliver(Object *x, int32_t argc, Atom *argv) noexcept;
 // Takes every patcher out of the overflow state: its console message was cleared.
 void overflow_clear() noexcept;
 bool overflow_in_force(const Object *patcher) noexcept;
+// The stack is nearly used up where no send can tell: the sends under way on this thread unwind, or
+// each of them would go on to its next receiver and meet the end of the stack again.
+void overflow_unwind() noexcept;
 // The alert of the application: tells of the last overflow in a dialog, then clears everything.
 void overflow_alert() noexcept;
 

@@ -164,6 +164,14 @@ void overflow_begin(SendState &thread, Object *owner) noexcept {
     watched.fetch_add(again ? watch::overflow : watch::overflow + watch::unwinding);
 }
 
+void overflow_unwind() noexcept {
+    SendState *const thread = this_send_state;
+    if (thread && thread->overflow == NotUnwinding &&
+        position::sends(thread->position.load(std::memory_order_relaxed)) > 0) {
+        overflow_begin(*thread, nullptr);
+    }
+}
+
 void overflow_end(SendState &thread) noexcept {
     thread.overflow = UnwindingEnds;
     Object *object = std::exchange(thread.overflow_object, nullptr);
