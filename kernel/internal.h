@@ -102,6 +102,9 @@ inline bool object_valid(const void *x) noexcept {
 }
 // A new instance with room for `extra` bytes behind it, which are not cleared; null on no memory.
 Object *object_alloc_extra(Class *c, int64_t extra) noexcept;
+// Makes an instance out of memory that has room for it, cleared, which the caller keeps: it is not
+// counted, and its end is the caller's too.
+Object *object_begin(void *memory, const Class *c) noexcept;
 // The class of a live object.
 inline Class *class_of(const void *x) noexcept {
     return reinterpret_cast<Class *>((static_cast<const Object *>(x)->methods - 1)->selector);

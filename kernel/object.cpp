@@ -104,6 +104,10 @@ void cancel_waiting(Object *x, const ObexRecord *record) {
     }
 }
 
+int64_t size_of_instance(const Class *c) {
+    return std::max(int64_t{c->instance_size}, header_size(c));
+}
+
 // Threads that make and free instances of one class would feel the counter.
 void count_instance(Class *c, int64_t difference) {
     if (!(class_flags(c) & ClassPermanent)) {
@@ -193,20 +197,24 @@ int32_t objects_being_freed() noexcept {
     return state.being_freed.load();
 }
 
+Object *object_begin(void *memory, const Class *c) noexcept {
+    std::memset(memory, 0, static_cast<size_t>(size_of_instance(c)));
+    auto *const x = static_cast<Object *>(memory);
+    x->methods = c->method_list + 1;
+    x->magic = KIV_OBJECT_MAGIC;
+    return x;
+}
+
 Object *object_alloc_extra(Class *c, int64_t extra) noexcept {
-    const int64_t size = std::max(int64_t{c->instance_size}, header_size(c));
-    auto *const x = static_cast<Object *>(sysmem_newptr(size + extra));
-    if (!x) {
+    void *const memory = sysmem_newptr(size_of_instance(c) + extra);
+    if (!memory) {
         return nullptr;
     }
-    std::memset(static_cast<void *>(x), 0, static_cast<size_t>(size));
     if (std::atomic_ref(c->instantiated).load(std::memory_order_relaxed) == 0) {
         std::atomic_ref(c->instantiated).store(1, std::memory_order_relaxed);
     }
     count_instance(c, 1);
-    x->methods = c->method_list + 1;
-    x->magic = KIV_OBJECT_MAGIC;
-    return x;
+    return object_begin(memory, c);
 }
 
 }  // namespace kiv

@@ -171,16 +171,15 @@ bool request_delivery(const BackgroundTask *task) noexcept {
 void run(Service &s, BackgroundTask *task) noexcept {
     s.active.insert(s.queue.extract(task->sequence));
     task->state = Running;
-    s.lock.exit();
-
-    const RunFrame frame{task, frames};
-    frames = &frame;
-    if (owner_lives(task)) {
-        call("routine", task->routine, task->owner, task->argument);
+    {
+        const Unguarded running(s.lock);
+        const RunFrame frame{task, frames};
+        frames = &frame;
+        if (owner_lives(task)) {
+            call("routine", task->routine, task->owner, task->argument);
+        }
+        frames = frame.outer;
     }
-    frames = frame.outer;
-
-    s.lock.enter();
     task->state = Finished;
     if (!task->completion || (task->flags & Cancelled) || !request_delivery(task)) {
         s.active.erase(task->sequence);

@@ -13,12 +13,6 @@ namespace kiv {
 
 namespace {
 
-// The order of waiting clocks, and of those that are still to be placed.
-template <class Item>
-bool before(const Item &a, const Item &b) {
-    return a.sort_time < b.sort_time || (a.sort_time == b.sort_time && a.sequence < b.sequence);
-}
-
 constexpr int32_t fired_ahead = 4;  // a clock is fetched so many before its turn
 
 // What firing or linking a clock touches of it: all that stands in front of its private fields.
@@ -76,7 +70,7 @@ void clocks_settle(Scheduler *owner) noexcept {
     }
     const std::span arrivals(owner->arrivals, static_cast<size_t>(owner->arrival_count));
     std::sort(arrivals.begin(), arrivals.end(),
-              [](const ClockArrival &a, const ClockArrival &b) { return before(a, b); });
+              [](const ClockArrival &a, const ClockArrival &b) { return fires_before(a, b); });
     Clock *previous[most_arrivals];
     owner->tree.insert(arrivals, previous);
     for (size_t i = 0; i < arrivals.size(); ++i) {
@@ -125,7 +119,7 @@ const char *clock_queue_check(Scheduler *scheduler) noexcept {
         if (clock->queue_slot != &scheduler->queue) {
             return "a waiting clock does not name its queue";
         }
-        if (clock->next && !before(*clock, *clock->next)) {
+        if (clock->next && !fires_before(*clock, *clock->next)) {
             return "clocks are out of order";
         }
     }

@@ -294,15 +294,9 @@ bool ClockTree::append(const ClockArrival &arrival, Clock **previous) noexcept {
         root_ = first_ = last_ = node_take();
     }
     *previous = last_->count > 0 ? last_->clock(last_->count - 1) : nullptr;
-    if (last_->begin + last_->count == node_places) {
+    if (last_->begin + last_->count == node_places ||
+        (*previous && fires_before(arrival, **previous))) {
         return false;
-    }
-    if (*previous) {
-        const double last_time = last_->entries()[last_->count - 1].time;
-        if (arrival.sort_time < last_time ||
-            (arrival.sort_time == last_time && arrival.sequence < (*previous)->sequence)) {
-            return false;
-        }
     }
     last_->entries()[last_->count++] = {arrival.sort_time, arrival.clock};
     return true;

@@ -48,7 +48,6 @@ class ClockTree {
     Clock *before(const Way &way) const noexcept;
     void put_in_at(Way &way, double time, Clock *clock) noexcept;
     void take_out(Way &way) noexcept;
-    void find_ends() noexcept;
 
     ClockNode *root_ = nullptr;   // null: no clocks
     int32_t top_ = 0;             // the level of the root

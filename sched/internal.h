@@ -80,6 +80,21 @@ class Guard {
 };
 inline const CriticalRef global_region = nullptr;
 
+// Leaves a lock, which the thread holds once, for a scope.
+class Unguarded {
+  public:
+    explicit Unguarded(platform::CriticalSection &section) noexcept
+        : region_(reinterpret_cast<CriticalRef>(&section)) {
+        critical_exit(region_);
+    }
+    ~Unguarded() { critical_enter(region_); }
+    Unguarded(const Unguarded &) = delete;
+    Unguarded &operator=(const Unguarded &) = delete;
+
+  private:
+    CriticalRef region_;
+};
+
 // Start-up calls it first of all, on the thread that is to be the main thread.
 void threads_start() noexcept;
 // Marks the calling thread as the runtime's own, which no function that it calls may end with
@@ -131,7 +146,7 @@ int64_t scheduler_passes(bool on_main) noexcept;
 // Both changes begin the time anew, at 0; until then no clock may be set.
 double time_now() noexcept;
 void time_offline_begin() noexcept;
-void time_offline_end() noexcept;
+void time_offline_end() noexcept;  // tests only
 void time_advance_to(double time) noexcept;
 
 // --- Deferred execution (qelem.cpp, qelem_statistics.cpp) ----------------------------------------

@@ -29,7 +29,7 @@ struct Due {
 };
 
 class Run;
-thread_local const Run *innermost_run = nullptr;  // of the calling thread
+thread_local Run *innermost_run = nullptr;  // of the calling thread
 
 // A run under way. The caller has entered the run lock.
 class Run : public Firing {
@@ -63,6 +63,16 @@ class Run : public Firing {
             run = run->enclosing_;
         }
         return run != nullptr;
+    }
+    // A clock that the calling thread is freeing: other threads must not take what comes to stand
+    // in its place for what fires.
+    static void forget(const Clock *freed) noexcept {
+        for (Run *run = innermost_run; run; run = run->enclosing_) {
+            if (run->clock == freed && !run->scheduler_freed) {
+                const Guard guard(run->scheduler_->queue_lock);
+                run->clock = nullptr;
+            }
+        }
     }
     // The logical time that callers outside count from: during a run not that of the clock which it
     // fires. The caller holds the queue lock.
@@ -102,9 +112,9 @@ class Run : public Firing {
 
   private:
     Scheduler *const scheduler_;
-    const Run *const enclosing_;  // on this thread, of whatever scheduler
-    const double started_;        // on the time base
-    double outside_time_;         // under the queue lock
+    Run *const enclosing_;  // on this thread, of whatever scheduler
+    const double started_;  // on the time base
+    double outside_time_;   // under the queue lock
 };
 
 // Enters the run lock of a scheduler, if it may be run now.
@@ -155,14 +165,7 @@ bool clock_withdraw(Clock *clock) noexcept {
 }
 
 void clock_forget(const Clock *clock) noexcept {
-    for (Scheduler *scheduler : {scheduler_global(), clock->scheduler}) {
-        if (scheduler) {
-            const Guard guard(scheduler->queue_lock);
-            for (Firing *frame = scheduler->firing; frame; frame = frame->outer) {
-                frame->clock = frame->clock == clock ? nullptr : frame->clock;
-            }
-        }
-    }
+    Run::forget(clock);
 }
 
 void scheduler_drop_queue(Scheduler *scheduler) noexcept {

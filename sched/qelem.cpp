@@ -16,7 +16,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <thread>
 #include <utility>
 
@@ -36,8 +35,8 @@ struct Running {
 };
 
 struct State {
-    alignas(64) Queue low;  // in one cache line with what its lock writes
     platform::CriticalSection lock;
+    Queue low;
     Queue idle;
     Queue system;
     platform::Event wake{false};
@@ -56,18 +55,6 @@ State &state() {
 }
 
 thread_local bool in_queue = false;
-
-// Leaves a lock for a scope.
-class Left {
-  public:
-    explicit Left(platform::CriticalSection &lock) noexcept : lock_(lock) { lock_.exit(); }
-    ~Left() { lock_.enter(); }
-    Left(const Left &) = delete;
-    Left &operator=(const Left &) = delete;
-
-  private:
-    platform::CriticalSection &lock_;
-};
 
 void count_add(Queue &queue, int difference) {
     const uint32_t count = queue.count.load(std::memory_order_relaxed);
@@ -185,7 +172,7 @@ bool await_link(const Qelem *element) {
             return true;
         }
         if (!gather(s.low) && !gather(s.idle) && !gather(s.system)) {
-            const Left left(s.lock);
+            const Unguarded pause(s.lock);
             std::this_thread::yield();
         }
     }
@@ -226,7 +213,7 @@ void run_elements(Queue &queue, Queue &counted, uint32_t most) {
             statistics_run(element);
         }
         element->set.exchange(0, std::memory_order_acq_rel);
-        const Left left(s.lock);
+        const Unguarded run(s.lock);
         call(owner, function);
     }
     s.running = frame.outer;
@@ -260,9 +247,7 @@ void qelem_owner_set(Qelem *element, Object *owner) noexcept {
 }
 
 void call_element_begin(Qelem *element, void *owner, Method function) noexcept {
-    std::memset(static_cast<void *>(element), 0, sizeof(Qelem));
-    element->ob.methods = state().element_class->method_list + 1;
-    element->ob.magic = KIV_OBJECT_MAGIC;
+    object_begin(element, state().element_class);
     element->owner = owner;
     element->function = function;
     element->statistics.store(&call_statistics, std::memory_order_relaxed);

@@ -12,6 +12,8 @@
 #include "sched/plain_class.h"
 #include "sched/scheduler.h"
 
+namespace kiv {
+
 // What one side writes, away from what the other does. It looks at the other's counter only when
 // the ring seems full, or empty.
 struct RingSide {
@@ -21,15 +23,16 @@ struct RingSide {
     char apart[128 - 3 * sizeof(uint32_t)];
 };
 
-struct LockfreeQueue {
-    RingSide writer;
-    RingSide reader;
+}  // namespace kiv
+
+// The slots lie behind it, in its block.
+struct alignas(16) LockfreeQueue {
+    kiv::RingSide writer;
+    kiv::RingSide reader;
     uint32_t counter_mask;  // twice the capacity, a power of two, less 1
     uint32_t element_size;  // bytes of an element that are copied
     uint32_t stride;        // bytes from slot to slot, a power of two
-    uint32_t unused;
 
-    // The slots lie behind the record, in its block.
     char *storage() noexcept { return reinterpret_cast<char *>(this + 1); }
 };
 
@@ -49,7 +52,6 @@ namespace {
 
 constexpr uint32_t scheduled_values = 32;
 constexpr uint32_t largest_ring = 1u << 30;  // bytes, and elements
-
 constexpr uint32_t word_size = 8;
 
 // The slot of a masked counter, which is even, among words.

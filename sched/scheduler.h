@@ -25,9 +25,9 @@
 #include "sched/internal.h"
 #include "sched/owned.h"
 
-inline constexpr int32_t most_arrivals = 1024;
-
 namespace kiv {
+
+inline constexpr int32_t most_arrivals = 1024;
 
 // A clock that was set and is still to be put into its place.
 struct ClockArrival {
@@ -60,7 +60,7 @@ struct Scheduler {
     // Private from here on.
     std::atomic<bool> has_run;
     kiv::ClockTree tree;
-    kiv::ClockArrival arrivals[most_arrivals];
+    kiv::ClockArrival arrivals[kiv::most_arrivals];
     int32_t arrival_count;
     uint64_t settings;    // numbers the settings of clocks, so that order survives ties
     kiv::Firing *firing;  // innermost first; under the queue lock
@@ -87,6 +87,13 @@ struct Clock {
 };
 
 namespace kiv {
+
+// The order of waiting clocks, and of those that are still to be placed.
+template <class One, class Other>
+bool fires_before(const One &one, const Other &other) noexcept {
+    return one.sort_time < other.sort_time ||
+           (one.sort_time == other.sort_time && one.sequence < other.sequence);
+}
 
 // The scheduler whose queue and locks serve `scheduler`: itself, or the global one it chains to.
 Scheduler *queue_owner(Scheduler *scheduler) noexcept;

@@ -72,9 +72,10 @@ void run_unless_cancelled(SysparallelWorker *worker) noexcept {
 // go while the worker runs.
 void run_next_worker(Pool &p) noexcept {
     SysparallelWorker *worker = p.task->workers[p.next_worker++];
-    p.lock.exit();
-    run_unless_cancelled(worker);
-    p.lock.enter();
+    {
+        const Unguarded run(p.lock);
+        run_unless_cancelled(worker);
+    }
     if (--p.busy == 0) {
         systhread_cond_broadcast(&p.idle);
     }

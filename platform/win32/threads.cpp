@@ -334,8 +334,8 @@ bool destroy_values(Value *values) {
 }
 
 void WINAPI values_end(void *values) {
-    FlsSetValue(slots().index,
-                values);  // for the destructors, which may look at slots and set them
+    // Set again for the destructors, which may look at slots and set them.
+    FlsSetValue(slots().index, values);
     for (int i = 0; i < destructor_rounds && destroy_values(static_cast<Value *>(values)); ++i) {
     }
     FlsSetValue(slots().index, nullptr);

@@ -115,6 +115,22 @@ struct Gate {
     }
     Gate(const Gate &) = delete;
     Gate &operator=(const Gate &) = delete;
+    // So many threads, which wait at the gate.
+    std::vector<std::thread> crowd(int count) {
+        std::vector<std::thread> threads;
+        for (int i = 0; i < count; ++i) {
+            threads.emplace_back([this] { pass(); });
+        }
+        await(waiting, count);
+        return threads;
+    }
+    // Lets so many pass, and wakes one thread or all.
+    void open(int count, uint32_t (*wake)(ConditionRef) noexcept) {
+        systhread_mutex_lock(mutex);
+        tickets = count;
+        wake(condition);
+        systhread_mutex_unlock(mutex);
+    }
     void pass() {
         systhread_mutex_lock(mutex);
         ++waiting;
@@ -141,20 +157,10 @@ struct Gate {
 TEST(Conditions, SignalWakesOneAndBroadcastAll) {
     constexpr int count = 4;
     Gate gate;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back([&] { gate.pass(); });
-    }
-    gate.await(gate.waiting, count);
-    systhread_mutex_lock(gate.mutex);
-    gate.tickets = 1;
-    systhread_cond_signal(gate.condition);
-    systhread_mutex_unlock(gate.mutex);
+    std::vector<std::thread> threads = gate.crowd(count);
+    gate.open(1, systhread_cond_signal);
     gate.await(gate.passed, 1);
-    systhread_mutex_lock(gate.mutex);
-    gate.tickets = count - 1;
-    systhread_cond_broadcast(gate.condition);
-    systhread_mutex_unlock(gate.mutex);
+    gate.open(count - 1, systhread_cond_broadcast);
     for (std::thread &thread : threads) {
         thread.join();
     }
@@ -190,11 +196,7 @@ TEST(Conditions, LoseNoBroadcastToAWaiterThatComesBack) {
 TEST(Conditions, ABroadcastEndsAlthoughItsWaitersComeBack) {
     constexpr int count = 50;
     Gate gate;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back([&] { gate.pass(); });
-    }
-    gate.await(gate.waiting, count);
+    std::vector<std::thread> threads = gate.crowd(count);
     systhread_cond_broadcast(gate.condition);
     gate.await(gate.wakes, count);
     for (int before = 0, now = -1; now != before;) {
@@ -205,10 +207,7 @@ TEST(Conditions, ABroadcastEndsAlthoughItsWaitersComeBack) {
         systhread_mutex_unlock(gate.mutex);
     }
     EXPECT_LT(gate.wakes, 500 * count);  // some hundreds; thousands a millisecond without end
-    systhread_mutex_lock(gate.mutex);
-    gate.tickets = count;
-    systhread_cond_broadcast(gate.condition);
-    systhread_mutex_unlock(gate.mutex);
+    gate.open(count, systhread_cond_broadcast);
     for (std::thread &thread : threads) {
         thread.join();
     }
@@ -218,15 +217,8 @@ TEST(Conditions, ABroadcastEndsAlthoughItsWaitersComeBack) {
 // what was signalled when nobody waited.
 TEST(Conditions, ABroadcastIsOverWhenAllHaveLeft) {
     Gate gate;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&] { gate.pass(); });
-    }
-    gate.await(gate.waiting, 3);
-    systhread_mutex_lock(gate.mutex);
-    gate.tickets = 3;
-    systhread_cond_broadcast(gate.condition);
-    systhread_mutex_unlock(gate.mutex);
+    std::vector<std::thread> threads = gate.crowd(3);
+    gate.open(3, systhread_cond_broadcast);
     for (std::thread &thread : threads) {
         thread.join();
     }
@@ -248,10 +240,7 @@ TEST(Conditions, ABroadcastIsOverWhenAllHaveLeft) {
         systhread_mutex_unlock(gate.mutex);
         std::this_thread::yield();
     }
-    systhread_mutex_lock(gate.mutex);
-    gate.tickets = 1;
-    systhread_cond_signal(gate.condition);
-    systhread_mutex_unlock(gate.mutex);
+    gate.open(1, systhread_cond_signal);
     later.join();
     EXPECT_EQ(wakes, 1);
 }
