@@ -7,12 +7,16 @@
 // soon as there is something for it to do.
 //
 // Thread safety: the timer starts and stops under `lock`, on any thread. Each start is a generation
-// with a thread of its own; the thread of an earlier one does nothing more and ends.
+// with a thread of its own; the thread of an earlier one ends after the pass it may be in. A thread
+// that ends joins the one that ended before it, so that whoever joins the last has seen all end.
 #include <kiv/console.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <new>
+#include <utility>
+#include <vector>
 
 #include "platform/platform.h"
 #include "sched/scheduler.h"
@@ -29,7 +33,8 @@ struct State {
     bool wanted = false;                  // by the host
     bool paused = false;                  // the scheduler is suspended
     bool taken_over = false;              // by an audio driver
-    ThreadId thread = 0;                  // of the present generation
+    std::vector<ThreadId> threads;        // those that have not ended
+    ThreadId ended = 0;                   // the last that has, until it is joined
     std::atomic<uint32_t> generation{0};  // odd while the timer runs
     std::atomic<double> interval{1.0};
     std::atomic<double> sleeping_until{never};
@@ -73,32 +78,49 @@ void *timer_thread(void *argument) {
         earliest = std::max(now + wait, now - interval_ms) + interval_ms;
     }
     s.changed.set();  // what this thread was woken by may have been meant for its successor
+    ThreadId before = 0;
+    {
+        const Guard guard(s.lock);
+        std::erase(s.threads, systhread_self());
+        before = std::exchange(s.ended, systhread_self());
+    }
+    systhread_join(before, nullptr);
     return nullptr;
+}
+
+bool start_thread(State &s, uint32_t generation) {
+    const auto argument = reinterpret_cast<void *>(uintptr_t{generation});
+    try {
+        ThreadId &thread = s.threads.emplace_back();
+        if (systhread_create(method(timer_thread), argument, 0, timer_priority, 0, &thread) == 0) {
+            return true;
+        }
+        s.threads.pop_back();
+    } catch (const std::bad_alloc &) {
+    }
+    return false;
 }
 
 void start_ticks(State &s) {
     const uint32_t generation = s.generation.fetch_add(1) + 1;
     s.running.store(1);
-    const auto argument = reinterpret_cast<void *>(uintptr_t{generation});
-    if (systhread_create(method(timer_thread), argument, 0, timer_priority, 0, &s.thread) != 0) {
+    if (!start_thread(s, generation)) {
         s.generation.fetch_add(1);
         s.running.store(0);
         error("the system timer cannot start its thread");
     }
 }
 
-// The thread that is to end.
-ThreadId stop_ticks(State &s) {
+void stop_ticks(State &s) {
     s.generation.fetch_add(1);
     s.running.store(0);
     s.changed.set();
-    return s.thread;
 }
 
-// Changes what is asked of the timer and brings the ticks in line with it. The result is the thread
-// that has to end, or 0. Nobody waits for it here, since it may be what is calling.
+// Changes what is asked of the timer and brings the ticks in line with it. Nobody waits here for a
+// thread to end, since it may be what is calling.
 template <class Change>
-ThreadId apply(Change change) {
+void apply(Change change) {
     State &s = state();
     const Guard guard(s.lock);
     change(s);
@@ -106,36 +128,45 @@ ThreadId apply(Change change) {
     const bool runs = (s.generation.load() & 1) != 0;
     if (run && !runs) {
         start_ticks(s);
+    } else if (runs && !run) {
+        stop_ticks(s);
     }
-    return runs && !run ? stop_ticks(s) : 0;
 }
 
-template <class Change>
-void apply_and_forget(Change change) {
-    if (const ThreadId ending = apply(change)) {
-        systhread_detach(ending);
+// A thread to join, or 0 when all have been.
+ThreadId take_thread() {
+    State &s = state();
+    const Guard guard(s.lock);
+    if (s.threads.empty()) {
+        return std::exchange(s.ended, 0);
     }
+    const ThreadId thread = s.threads.back();
+    s.threads.pop_back();
+    return thread;
 }
 
 }  // namespace
 
 void system_timer_start() noexcept {
-    apply_and_forget([](State &s) { s.wanted = true; });
+    apply([](State &s) { s.wanted = true; });
 }
 
 void system_timer_stop() noexcept {
-    const ThreadId ending = apply([](State &s) { s.wanted = false; });
-    if (ending && systhread_join(ending, nullptr) != 0) {  // the timer's thread calls
-        systhread_detach(ending);
+    apply([](State &s) { s.wanted = false; });
+    if (systhread_istimerthread()) {
+        return;
+    }
+    while (const ThreadId thread = take_thread()) {
+        systhread_join(thread, nullptr);
     }
 }
 
 void system_timer_pause(bool paused) noexcept {
-    apply_and_forget([paused](State &s) { s.paused = paused; });
+    apply([paused](State &s) { s.paused = paused; });
 }
 
 void system_timer_take_over(bool on) noexcept {
-    apply_and_forget([on](State &s) { s.taken_over = on; });
+    apply([on](State &s) { s.taken_over = on; });
 }
 
 void timer_clock_set(double sort_time) noexcept {
@@ -156,7 +187,7 @@ int32_t *overdrive_flag() noexcept {
 
 void overdrive_set(bool on) noexcept {
     on = on && !time_is_offline();
-    apply_and_forget([on](State &s) { s.overdrive.store(on ? 1 : 0); });
+    apply([on](State &s) { s.overdrive.store(on ? 1 : 0); });
 }
 
 bool overdrive_get() noexcept {

@@ -133,6 +133,30 @@ TEST_F(TimerTest, TheTimerRunsWhenWantedUnlessTakenOverOrSuspended) {
 
 // --- The timer -----------------------------------------------------------------------------------
 
+TEST_F(TimerTest, StoppingWaitsForThePassOfATimerThatIsPausedAlready) {
+    static std::atomic<bool> began, done;
+    Clock *const clock = clock_new(nullptr, method(+[](void *) {
+                                       began = true;
+                                       systhread_sleep(50);
+                                       done = true;
+                                   }));
+    overdrive_set(true);
+    system_timer_start();
+    clock_fdelay(clock, 0.0);
+    while (!began) {
+        systhread_sleep(1);
+    }
+    sched_suspend();
+    main_queues_pass();
+    EXPECT_EQ(*driver->timer_running, 0);
+    system_timer_stop();
+    EXPECT_TRUE(done);
+    overdrive_set(false);
+    sched_resume();
+    main_queues_pass();
+    object_free(clock);
+}
+
 TEST_F(TimerTest, ATimerThatRunsWakesForWhatComesFirst) {
     static std::atomic<int> fired;
     fired = 0;
