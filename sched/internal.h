@@ -116,8 +116,8 @@ Scheduler *scheduler_global() noexcept;
 int32_t scheduler_count() noexcept;  // of all there are, the global one included
 // The lock that a pass holds and under which connections change.
 CriticalRef scheduler_run_lock(Scheduler *scheduler) noexcept;
-// Starts and stops the periodic system timer; the host's main loop owns it. Once it is stopped, none
-// of its threads is in a pass any more, unless one of them stopped it.
+// Starts and stops the periodic system timer; the host's main loop owns it. Once it is stopped, no
+// thread of it is in a pass any more, unless one of them stopped it.
 void system_timer_start() noexcept;
 void system_timer_stop() noexcept;
 void overdrive_set(bool on) noexcept;  // stays off while the time is offline

@@ -331,7 +331,7 @@ void low_queue_disable(bool on) noexcept {
 
 // The idle queue has its turn before the low-priority one is emptied, or it would hardly ever run.
 double main_queues_pass() noexcept {
-    constexpr double disabled_retry_ms = 1.0;
+    constexpr double held_retry_ms = 1.0;  // of a queue that may not run
     State &s = state();
     sched_idledequeue();
     const bool disabled = s.low_disabled.load();
@@ -346,7 +346,7 @@ double main_queues_pass() noexcept {
         run_elements(s.system, s.system, sysqelem_throttle());
     }
     if (!empty(s.low)) {
-        return disabled ? disabled_retry_ms : 0.0;
+        return disabled || queue_throttle() == 0 ? held_retry_ms : 0.0;
     }
     return empty(s.system) ? -1.0 : system_pass_delay();
 }

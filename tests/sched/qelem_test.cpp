@@ -211,13 +211,17 @@ TEST(Qelem, AnElementWaitsInOneQueueAtATime) {
     EXPECT_EQ(idle_then_low(), (std::vector<int>{-1, 2}));
 }
 
-TEST(Qelem, ADisabledQueueOnlyAsksForAnotherPass) {
+TEST(Qelem, AQueueThatMayRunNothingOnlyAsksForAnotherPass) {
     Tasks tasks(1);
     qelem_set(tasks.element(0));
     low_queue_disable(true);
     EXPECT_GT(main_queues_pass(), 0.0);
-    EXPECT_TRUE(ran.empty());
     low_queue_disable(false);
+    uint32_t throttle = 0;
+    sched_setqueuethrottle(0, &throttle);
+    EXPECT_GT(main_queues_pass(), 0.0);
+    sched_setqueuethrottle(throttle, nullptr);
+    EXPECT_TRUE(ran.empty());
     main_queues_pass();
     EXPECT_EQ(ran, (std::vector<int>{0}));
 }
