@@ -61,6 +61,7 @@ struct Scheduler {
     std::atomic<bool> has_run;
     kiv::ClockTree tree;
     kiv::ClockArrival arrivals[kiv::most_arrivals];
+    kiv::ClockArrival sorted[kiv::most_arrivals];  // room to sort them
     int32_t arrival_count;
     uint64_t settings;    // numbers the settings of clocks, so that order survives ties
     kiv::Firing *firing;  // innermost first; under the queue lock
