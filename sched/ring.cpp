@@ -1,8 +1,9 @@
 // Rings between one writer thread and one reader thread, and the scheduled queues built on them.
 //
-// Each side's counter advances by 2 per element and is odd while that side copies. The writer alone
-// changes its counter, the reader alone its own; each reads the other's with acquire, so a slot's
-// bytes are complete before the other side sees the counter move past it.
+// Each side's counter advances by 2 per element and is odd while that side copies, but for elements
+// of a word, which are copied at once. The writer alone changes its counter, the reader alone its
+// own; each reads the other's with acquire, so a slot's bytes are complete before the other side
+// sees the counter move past it.
 #include <atomic>
 #include <bit>
 #include <cstring>
@@ -79,6 +80,9 @@ void count_on(RingSide &side, uint32_t counter, Copy copy) {
     const uint32_t distance = written - side.other_seen;
     if (distance >= queue->counter_mask) {
         return distance == queue->counter_mask ? 2 : 1;
+    }
+    if (side.word_mask != 0) {
+        return lockfreequeue_push(queue, element);  // which finds room now
     }
     count_on(side, written,
              [=] { std::memcpy(slot(queue, written), element, queue->element_size); });
@@ -168,7 +172,8 @@ int32_t lockfreequeue_push(LockfreeQueue *queue, const void *element) noexcept {
     if (written - side.other_seen >= mask) [[unlikely]] {
         return push_any(queue, element);
     }
-    count_on(side, written, [=] { std::memcpy(word(queue, written & mask), element, word_size); });
+    std::memcpy(word(queue, written & mask), element, word_size);
+    side.counter.store(written + 2, std::memory_order_release);
     return 0;
 }
 
@@ -189,7 +194,8 @@ int32_t lockfreequeue_pop(LockfreeQueue *queue, void *element) noexcept {
     if (mask == 0) [[unlikely]] {
         return pop_any(queue, element);
     }
-    count_on(side, taken, [=] { std::memcpy(element, word(queue, taken & mask), word_size); });
+    std::memcpy(element, word(queue, taken & mask), word_size);
+    side.counter.store(taken + 2, std::memory_order_release);
     return 0;
 }
 
@@ -215,8 +221,7 @@ ScheduleQueue *schedule_queue_new(void *owner, Method function) noexcept {
 
 uint32_t schedule_queue(ScheduleQueue *queue, int64_t value) noexcept {
     constexpr uint32_t refused = 0xffffffff;
-    if (!queue || (queue->ring->writer.counter.load(std::memory_order_relaxed) & 1) ||
-        lockfreequeue_push(queue->ring, &value) != 0) {
+    if (!queue || lockfreequeue_push(queue->ring, &value) != 0) {
         return refused;
     }
     clock_fdelay(queue->clock, 0.0);
