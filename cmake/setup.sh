@@ -45,11 +45,12 @@ ensure_win64_tools() {
         install_packages g++-mingw-w64-x86-64-posix wine64 googletest libz-mingw-w64-dev
 }
 
-# build_preset PRESET [TARGET...]: configures once, then builds. Run from the project's folder.
+# build_preset PRESET [TARGET...]: configures, once and when the presets changed, then builds. Run from
+# the project's folder.
 build_preset() {
     local preset=$1
     shift
-    [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" >&2
+    [ "build/$preset/build.ninja" -nt CMakePresets.json ] || cmake --preset "$preset" >&2
     if [ $# -gt 0 ]; then
         cmake --build --preset "$preset" --target "$@" -- --quiet >&2
     else
