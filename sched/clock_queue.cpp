@@ -5,10 +5,6 @@
 // So a clock that is set over and over, or unset before anybody looked, costs no search at all; and
 // since few clocks can wait to be placed, no look takes long.
 #include <algorithm>
-#include <cmath>
-#include <iterator>
-#include <limits>
-#include <numeric>
 #include <span>
 
 #include "sched/scheduler.h"
@@ -31,74 +27,6 @@ void chain(Scheduler *owner, Clock *previous, Clock *clock) {
     Clock *&link = previous ? previous->next : owner->queue;
     clock->next = link;
     link = clock;
-}
-
-// --- Sorting what has arrived --------------------------------------------------------------------
-
-using Arrivals = std::span<ClockArrival>;
-
-bool in_order(const ClockArrival &one, const ClockArrival &other) {
-    return fires_before(one, other);
-}
-
-// Copies each arrival to about its place, which it has if their times are spread evenly. False when
-// the times are no measure of it.
-bool scatter(Arrivals arrivals, ClockArrival *places) {
-    constexpr size_t ranges = most_arrivals;
-    const auto [first, last] = std::minmax_element(
-        arrivals.begin(), arrivals.end(),
-        [](const ClockArrival &a, const ClockArrival &b) { return a.sort_time < b.sort_time; });
-    const double low = first->sort_time;
-    const double scale = (ranges - 1) / (last->sort_time - low);
-    if (!(scale > 0.0 && std::isfinite(scale))) {
-        return false;
-    }
-    const auto range = [=](const ClockArrival &arrival) {
-        return static_cast<size_t>((arrival.sort_time - low) * scale);
-    };
-    uint16_t begins[ranges + 1] = {};
-    static_assert(most_arrivals <= std::numeric_limits<uint16_t>::max());
-    for (const ClockArrival &arrival : arrivals) {
-        ++begins[range(arrival) + 1];
-    }
-    std::partial_sum(std::begin(begins), std::end(begins), std::begin(begins));
-    for (const ClockArrival &arrival : arrivals) {
-        places[begins[range(arrival)]++] = arrival;
-    }
-    return true;
-}
-
-// Sorts what stands in about its place already. False, and not sorted, when too much does not.
-bool sort_near(Arrivals arrivals) {
-    constexpr ptrdiff_t most_moves = 8;  // of one arrival, on average
-    ptrdiff_t moves = most_moves * std::ssize(arrivals);
-    for (auto next = arrivals.begin(); next != arrivals.end(); ++next) {
-        const ClockArrival arrival = *next;
-        auto place = next;
-        for (; place != arrivals.begin() && fires_before(arrival, place[-1]); --place) {
-            *place = place[-1];
-        }
-        *place = arrival;
-        moves -= next - place;
-        if (moves < 0) {
-            return false;
-        }
-    }
-    return true;
-}
-
-Arrivals sort_arrivals(Scheduler *owner) {
-    constexpr size_t few = 32;
-    const Arrivals arrivals(owner->arrivals, static_cast<size_t>(owner->arrival_count));
-    if (std::is_sorted(arrivals.begin(), arrivals.end(), in_order)) {
-        return arrivals;
-    }
-    const Arrivals sorted(owner->sorted, arrivals.size());
-    if (arrivals.size() > few && scatter(arrivals, owner->sorted) && sort_near(sorted)) {
-        return sorted;
-    }
-    std::sort(arrivals.begin(), arrivals.end(), in_order);
-    return arrivals;
 }
 
 }  // namespace
@@ -134,13 +62,17 @@ void clock_unlink(Scheduler *owner, Clock *clock) noexcept {
     clock->next = nullptr;
 }
 
-// In order, so that the clock found before one is still the one before it at the end; and the chain
-// after the tree, so that these clocks have come into the cache.
+// The chain after the tree, so that the clocks found there have come into the cache; and in the
+// same order, in which each is still the one before. Where nothing waits, clocks in order all go to
+// the end; elsewhere their order is no help.
 void clocks_settle(Scheduler *owner) noexcept {
     if (owner->arrival_count == 0) {
         return;
     }
-    const Arrivals arrivals = sort_arrivals(owner);
+    const std::span arrivals(owner->arrivals, static_cast<size_t>(owner->arrival_count));
+    if (!owner->queue) {
+        std::sort(arrivals.begin(), arrivals.end(), fires_before);
+    }
     Clock *previous[most_arrivals];
     owner->tree.insert(arrivals, previous);
     for (size_t i = 0; i < arrivals.size(); ++i) {

@@ -21,8 +21,8 @@ struct ClockNode;
 
 class ClockTree {
   public:
-    // Puts clocks in, which stand in the order of their keys, and notes for each the one before it,
-    // or null.
+    // Puts clocks in, one after the other, and notes for each the one that is before it then, or
+    // null.
     void insert(std::span<const ClockArrival> arrivals, Clock **previous) noexcept;
     // Takes a clock out. The result is the one before it, or null.
     Clock *remove(const Clock *clock) noexcept;

@@ -61,7 +61,6 @@ struct Scheduler {
     std::atomic<bool> has_run;
     kiv::ClockTree tree;
     kiv::ClockArrival arrivals[kiv::most_arrivals];
-    kiv::ClockArrival sorted[kiv::most_arrivals];  // room to sort them
     int32_t arrival_count;
     uint64_t settings;    // numbers the settings of clocks, so that order survives ties
     kiv::Firing *firing;  // innermost first; under the queue lock
@@ -90,11 +89,10 @@ struct Clock {
 namespace kiv {
 
 // The order of waiting clocks, and of those that are still to be placed.
-template <class One, class Other>
-bool fires_before(const One &one, const Other &other) noexcept {
+inline constexpr auto fires_before = [](const auto &one, const auto &other) noexcept {
     return one.sort_time < other.sort_time ||
            (one.sort_time == other.sort_time && one.sequence < other.sequence);
-}
+};
 
 // The scheduler whose queue and locks serve `scheduler`: itself, or the global one it chains to.
 Scheduler *queue_owner(Scheduler *scheduler) noexcept;

@@ -16,7 +16,6 @@
 #include <limits>
 #include <new>
 #include <utility>
-#include <vector>
 
 #include "platform/platform.h"
 #include "sched/scheduler.h"
@@ -33,7 +32,7 @@ struct State {
     bool wanted = false;                  // by the host
     bool paused = false;                  // the scheduler is suspended
     bool taken_over = false;              // by an audio driver
-    std::vector<ThreadId> threads;        // those that have not ended
+    Vector<ThreadId> threads;             // those that have not ended
     ThreadId ended = 0;                   // the last that has, until it is joined
     std::atomic<uint32_t> generation{0};  // odd while the timer runs
     std::atomic<double> interval{1.0};
@@ -97,6 +96,7 @@ bool start_thread(State &s, uint32_t generation) {
         }
         s.threads.pop_back();
     } catch (const std::bad_alloc &) {
+        // As when the system has no thread to give.
     }
     return false;
 }

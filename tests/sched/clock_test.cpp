@@ -295,9 +295,11 @@ TEST_F(ClockTest, AgreesWithAModel) {
         scheduler_run(scheduler, until);
         return order() == expected;
     };
-    for (int step = 0; step < 40000; ++step) {
-        const bool shrinks = step / 8000 % 2 == 1;
-        const bool far_apart = step / 16000 == 1;
+    for (int step = 0; step < 56000; ++step) {
+        const int stage = step / 8000;
+        const bool shrinks = stage % 2 == 1;
+        const bool far_apart = stage == 2 || stage == 3;
+        const uint32_t rarity = stage == 2 || stage == 4 ? 20 : 1;  // of looks
         const int number = static_cast<int>(random() % count);
         Clock *const clock = tickers[static_cast<size_t>(number)]->clock;
         forget(number);
@@ -311,10 +313,10 @@ TEST_F(ClockTest, AgreesWithAModel) {
             clock_fset(clock, time);
             places[static_cast<size_t>(number)] = model.emplace(time, number);
         }
-        if (random() % (shrinks ? 50 : 1000) == 0) {
+        if (random() % (50 * rarity) == 0) {
             ASSERT_STREQ(clock_queue_check(scheduler), nullptr) << step;
         }
-        if (random() % (shrinks ? 200 : 1000) == 0) {
+        if (random() % (200 * rarity) == 0) {
             ASSERT_TRUE(run(static_cast<double>(random() % 100000))) << step;
         }
     }
